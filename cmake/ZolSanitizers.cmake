@@ -1,0 +1,10 @@
+# Sanitizer builds, chosen with -DZOL_SANITIZE=address (ASan+UBSan) or -DZOL_SANITIZE=thread (TSan).
+if(ZOL_SANITIZE STREQUAL "address")
+  add_compile_options(-fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
+  add_link_options(-fsanitize=address,undefined)
+elseif(ZOL_SANITIZE STREQUAL "thread")
+  add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=thread)
+elseif(NOT ZOL_SANITIZE STREQUAL "")
+  message(FATAL_ERROR "ZOL_SANITIZE must be empty, 'address' or 'thread'")
+endif()
