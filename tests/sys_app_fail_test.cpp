@@ -11,19 +11,15 @@
 
 namespace {
 
-using zol::test::Eventually;
 using zol::test::g_appLog;
-using zol::test::MakeApp;
-using zol::test::RecordInit;
+using zol::test::kRecordInit;
 
 // One test on purpose: the registry and the chain belong to the process.
 TEST(SysAppFailTest, FailedTaskCreationEndsStartUpWithThePlatformsCode) {
     static SYS_AppInfo apps[3];
-    MakeApp(&apps[0], 0, true, RecordInit<0>);
-    MakeApp(&apps[1], 1, true, RecordInit<1>);
-    MakeApp(&apps[2], 2, true, RecordInit<2>);
-    for (auto &app : apps) {
-        ASSERT_EQ(SYS_RegAppInfo(&app), 0u);
+    for (int i = 0; i < 3; ++i) {
+        zol::test::MakeApp(&apps[i], i, true, kRecordInit[i]);
+        ASSERT_EQ(SYS_RegAppInfo(&apps[i]), 0u);
     }
 
     // "INIT" itself cannot be created: the initialisations ran, no task exists.

@@ -10,7 +10,6 @@ namespace {
 
 using zol::test::g_appLog;
 using zol::test::MakeApp;
-using zol::test::RecordInit;
 
 u32 FailingInit() {
     ++g_appLog.inits;
@@ -19,11 +18,9 @@ u32 FailingInit() {
 
 TEST(SysAppInitFailTest, FailedInitialisationStopsStartUp) {
     static SYS_AppInfo apps[3];
-    MakeApp(&apps[0], 0, true, RecordInit<0>);
-    MakeApp(&apps[1], 1, true, FailingInit);
-    MakeApp(&apps[2], 2, true, RecordInit<2>);
-    for (auto &app : apps) {
-        ASSERT_EQ(SYS_RegAppInfo(&app), 0u);
+    for (int i = 0; i < 3; ++i) {
+        MakeApp(&apps[i], i, true, (i == 1) ? FailingInit : zol::test::kRecordInit[i]);
+        ASSERT_EQ(SYS_RegAppInfo(&apps[i]), 0u);
     }
     EXPECT_EQ(SYS_StartApp(), SYS_APP_ERR_INIT);
     EXPECT_EQ(g_appLog.initOrder[0], 0);

@@ -42,19 +42,11 @@ ZOL_EXPORT void DLL_Delete(DllHead *pstHead, DllNode *pstNode) {
 }
 
 ZOL_EXPORT DllNode *DLL_Get(DllHead *pstHead) {
-    if (pstHead->count == 0) {
-        return nullptr;
-    }
-    DllNode *const pstFirst = Next<DllNode>(pstHead);
-    DLL_Delete_In_Middle(pstHead, Sentinel(pstHead), pstFirst, Next<DllNode>(pstFirst));
-    return pstFirst;
+    return zol::util::TakeFirst<DllNode>(pstHead, DLL_Delete_In_Middle);
 }
 
 ZOL_EXPORT DllNode *DLL_Find(DllHead *pstHead, const void *pKey, DLL_CMP_PF pfCmp) {
-    if (pstHead->count == 0) {
-        return nullptr;
-    }
-    return zol::util::FindFrom(Next<DllNode>(pstHead), Sentinel(pstHead), pKey, pfCmp);
+    return zol::util::FindIn<DllNode>(pstHead, pKey, pfCmp);
 }
 
 ZOL_EXPORT void DLL_FreeAll(DllHead *pstHead, DLL_VISIT_PF pfRelease) {

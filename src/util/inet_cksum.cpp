@@ -18,10 +18,12 @@ constexpr size_t kBlockBytes = 64;
 // Each block adds at most 4 x 0xFFFF to every lane, so 8192 blocks (512 KiB) stay below 2^31 per lane.
 constexpr size_t kBlocksPerRun = 8192;
 
-inline V4u32 Load16(const u8 *p) {
-    V4u32 v;
-    std::memcpy(&v, p, sizeof v);
-    return v;
+// One native word of type T from p (any alignment).
+template <typename T>
+inline T LoadWord(const u8 *p) {
+    T word;
+    std::memcpy(&word, p, sizeof word);
+    return word;
 }
 
 typedef u64 V2u64 __attribute__((vector_size(16)));
@@ -45,7 +47,8 @@ u64 SumBlocks(const u8 *p, size_t ulBlocks) {
         V4u32 vLow = {0, 0, 0, 0};
         V4u32 vHigh = {0, 0, 0, 0};
         for (size_t i = 0; i < ulRun; ++i, p += kBlockBytes) {
-            const V4u32 v0 = Load16(p), v1 = Load16(p + 16), v2 = Load16(p + 32), v3 = Load16(p + 48);
+            const V4u32 v0 = LoadWord<V4u32>(p), v1 = LoadWord<V4u32>(p + 16), v2 = LoadWord<V4u32>(p + 32),
+                        v3 = LoadWord<V4u32>(p + 48);
             vLow += ((v0 & vMask) + (v1 & vMask)) + ((v2 & vMask) + (v3 & vMask));
             vHigh += ((v0 >> 16) + (v1 >> 16)) + ((v2 >> 16) + (v3 >> 16));
         }
@@ -60,29 +63,20 @@ u64 SumBlocks(const u8 *p, size_t ulBlocks) {
 u64 SumTail(const u8 *p, size_t n) {
     u64 ullSum = 0;
     for (; n >= 8; n -= 8, p += 8) {
-        u64 ullWord;
-        std::memcpy(&ullWord, p, sizeof ullWord);
+        const u64 ullWord = LoadWord<u64>(p);
         ullSum += (ullWord & 0xFFFFFFFFu) + (ullWord >> 32);
     }
-    if (n >= 4) {
-        u32 ulWord;
-        std::memcpy(&ulWord, p, sizeof ulWord);
-        ullSum += ulWord;
+    if ((n & 4) != 0) {
+        ullSum += LoadWord<u32>(p);
         p += 4;
-        n -= 4;
     }
-    if (n >= 2) {
-        u16 usWord;
-        std::memcpy(&usWord, p, sizeof usWord);
-        ullSum += usWord;
+    if ((n & 2) != 0) {
+        ullSum += LoadWord<u16>(p);
         p += 2;
-        n -= 2;
     }
-    if (n != 0) {
+    if ((n & 1) != 0) {
         const u8 aucPad[2] = {*p, 0};
-        u16 usWord;
-        std::memcpy(&usWord, aucPad, sizeof usWord);
-        ullSum += usWord;
+        ullSum += LoadWord<u16>(aucPad);
     }
     return ullSum;
 }

@@ -74,6 +74,26 @@ inline u32 WalkFrom(Node *pstFrom, const Node *pstSentinel, Visit pfVisit) {
     return ulVisited;
 }
 
+// The first node of a non-empty list, unlinked by the list's own middle removal; null when empty.
+template <typename Node, typename Head, typename DeleteInMiddle>
+inline Node *TakeFirst(Head *pstHead, DeleteInMiddle pfDelete) {
+    if (pstHead->count == 0) {
+        return nullptr;
+    }
+    Node *const pstFirst = Next<Node>(pstHead);
+    pfDelete(pstHead, Sentinel(pstHead), pstFirst, Next<Node>(pstFirst));
+    return pstFirst;
+}
+
+// The first node of the list for which pfCmp returns 0; null for an empty list or no match.
+template <typename Node, typename Head, typename Cmp>
+inline Node *FindIn(Head *pstHead, const void *pKey, Cmp pfCmp) {
+    if (pstHead->count == 0) {
+        return nullptr;
+    }
+    return FindFrom(Next<Node>(pstHead), Sentinel(pstHead), pKey, pfCmp);
+}
+
 // Releases every node from pstFrom on, reading the successor before the callback (which may free the
 // element), then resets the head to empty.
 template <typename Head, typename Node, typename Release>

@@ -62,19 +62,11 @@ ZOL_EXPORT void SLL_Delete(SllHead *pstHead, SllNode *pstNode) {
 }
 
 ZOL_EXPORT SllNode *SLL_Get(SllHead *pstHead) {
-    if (pstHead->count == 0) {
-        return nullptr;
-    }
-    SllNode *const pstFirst = Next<SllNode>(pstHead);
-    SLL_Delete_In_Middle(pstHead, Sentinel(pstHead), pstFirst, Next<SllNode>(pstFirst));
-    return pstFirst;
+    return zol::util::TakeFirst<SllNode>(pstHead, SLL_Delete_In_Middle);
 }
 
 ZOL_EXPORT SllNode *SLL_Find(SllHead *pstHead, const void *pKey, SLL_CMP_PF pfCmp) {
-    if (pstHead->count == 0) {
-        return nullptr;
-    }
-    return zol::util::FindFrom(Next<SllNode>(pstHead), Sentinel(pstHead), pKey, pfCmp);
+    return zol::util::FindIn<SllNode>(pstHead, pKey, pfCmp);
 }
 
 ZOL_EXPORT u32 SLL_Walk(SllHead *pstHead, SLL_VISIT_PF pfVisit) {

@@ -60,6 +60,10 @@ u32 RecordInit() {
     return 0;
 }
 
+// The recording initialisation of applications 0..7.
+inline constexpr SYS_APP_INIT_PF kRecordInit[] = {RecordInit<0>, RecordInit<1>, RecordInit<2>, RecordInit<3>,
+                                                  RecordInit<4>, RecordInit<5>, RecordInit<6>, RecordInit<7>};
+
 // A descriptor for application `app` with or without a task and an initialisation.
 inline void MakeApp(SYS_AppInfo *info, int app, bool withTask, SYS_APP_INIT_PF init) {
     *info = SYS_AppInfo{};

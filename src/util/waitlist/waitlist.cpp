@@ -9,10 +9,6 @@ using namespace zol::waitlist;
 
 namespace {
 
-void LogWalkMagic(const char *pcMsg) {
-    ZOL_LOG_MSG(zol::log::kWaitListCheckErr, "RUK_WLDFL", pcMsg, "magic num is invalid");
-}
-
 // Calls the procedures of the main node's registrations that hold ullValue; false on a damaged node.
 bool CallMatching(WAITLIST_MAIN_NODE_S *pstMain, u64 ullValue) {
     // One new-context slot per walk, cleared once: a procedure that leaves it alone hands on the
@@ -20,7 +16,7 @@ bool CallMatching(WAITLIST_MAIN_NODE_S *pstMain, u64 ullValue) {
     u64 ullNewContext = 0;
     for (WAITLIST_SUB_NODE_S *pstSub = pstMain->pstFirstSub; pstSub != nullptr; pstSub = pstSub->pstNextSub) {
         if (pstSub->ulMagic != WAITLIST_MAGIC) {
-            LogWalkMagic("Check sub magic fail");
+            ZOL_LOG_MSG(zol::log::kWaitListCheckErr, "RUK_WLDFL", "Check sub magic fail", "magic num is invalid");
             return false;
         }
         if (pstSub->ullValue == ullValue) {
@@ -112,16 +108,12 @@ ZOL_EXPORT u32 RUK_WaitListDelFromList(u32 ulListId, u64 ullValue) {
     if (!WaitList_Lock()) {
         return WAITLIST_ERR_NOT_FOUND;
     }
+    WAITLIST_MAIN_NODE_S *pstMain = nullptr;
+    WAITLIST_MAIN_NODE_S *pstPrev = nullptr;
     u32 ulRet = WAITLIST_ERR_NOT_FOUND;
-    for (WAITLIST_MAIN_NODE_S *pstMain = g_pstWaitListHead; pstMain != nullptr; pstMain = pstMain->pstNextMain) {
-        if (pstMain->ulMagic != WAITLIST_MAGIC) {
-            LogWalkMagic("Check magic fail");
-            break;
-        }
-        if (pstMain->ulListId == ulListId) {
-            ulRet = CallMatching(pstMain, ullValue) ? WAITLIST_OK : WAITLIST_ERR_NOT_FOUND;
-            break;
-        }
+    if (WaitList_WalkMains(ulListId, &pstMain, &pstPrev, "RUK_WLDFL", "Check magic fail") == MainWalk::kFound &&
+        CallMatching(pstMain, ullValue)) {
+        ulRet = WAITLIST_OK;
     }
     WaitList_Unlock();
     return ulRet;

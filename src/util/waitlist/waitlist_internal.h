@@ -52,6 +52,11 @@ bool WaitList_Lock();
 void WaitList_Unlock();
 
 // Node lists (lock held).
+enum class MainWalk { kFound, kMissing, kDamaged };
+// Finds the main node of ulListId and its predecessor (on kMissing: the last main node). A main node
+// with a wrong magic number stops the walk with kDamaged, logged with the caller's tag and message.
+MainWalk WaitList_WalkMains(u32 ulListId, WAITLIST_MAIN_NODE_S **ppstMain, WAITLIST_MAIN_NODE_S **ppstPrev,
+                            const char *pcTag, const char *pcMsg);
 WAITLIST_MAIN_NODE_S *WaitList_FindOrAddMain(u32 ulListId);
 bool WaitList_AddSub(WAITLIST_MAIN_NODE_S *pstMain, WAITLIST_SUB_NODE_S *pstSub, WAITLIST_PROC_PF pfProc);
 u32 WaitList_DelSub(WAITLIST_SUB_NODE_S *pstSub);

@@ -21,17 +21,30 @@ void WaitList_FreeNode(void *pNode, u32 *pulMagic) {
     (void)ZOL_MemFree(pNode, WAITLIST_FILE, __LINE__);
 }
 
-WAITLIST_MAIN_NODE_S *WaitList_FindOrAddMain(u32 ulListId) {
-    WAITLIST_MAIN_NODE_S *pstLast = nullptr;
+MainWalk WaitList_WalkMains(u32 ulListId, WAITLIST_MAIN_NODE_S **ppstMain, WAITLIST_MAIN_NODE_S **ppstPrev,
+                            const char *pcTag, const char *pcMsg) {
+    *ppstMain = nullptr;
+    *ppstPrev = nullptr;
     for (WAITLIST_MAIN_NODE_S *pstMain = g_pstWaitListHead; pstMain != nullptr; pstMain = pstMain->pstNextMain) {
         if (pstMain->ulMagic != WAITLIST_MAGIC) {
-            LogCheck("RUK_WLAMN", "Magic number error", "magic num is invalid");
-            return nullptr;
+            LogCheck(pcTag, pcMsg, "magic num is invalid");
+            return MainWalk::kDamaged;
         }
         if (pstMain->ulListId == ulListId) {
-            return pstMain;
+            *ppstMain = pstMain;
+            return MainWalk::kFound;
         }
-        pstLast = pstMain;
+        *ppstPrev = pstMain;
+    }
+    return MainWalk::kMissing;
+}
+
+WAITLIST_MAIN_NODE_S *WaitList_FindOrAddMain(u32 ulListId) {
+    WAITLIST_MAIN_NODE_S *pstMain = nullptr;
+    WAITLIST_MAIN_NODE_S *pstLast = nullptr;
+    const MainWalk eWalk = WaitList_WalkMains(ulListId, &pstMain, &pstLast, "RUK_WLAMN", "Magic number error");
+    if (eWalk != MainWalk::kMissing) {
+        return pstMain; // found, or null for a damaged list
     }
     auto *pstNew = static_cast<WAITLIST_MAIN_NODE_S *>(
         ZOL_MemAlloc(WaitList_ModId(ulListId), sizeof(WAITLIST_MAIN_NODE_S), WAITLIST_FILE, __LINE__));
@@ -68,23 +81,6 @@ bool WaitList_AddSub(WAITLIST_MAIN_NODE_S *pstMain, WAITLIST_SUB_NODE_S *pstSub,
 
 namespace {
 
-// The main node of the list id and its predecessor; 0, or the removal's code when it cannot be found.
-u32 FindMainOf(u32 ulListId, WAITLIST_MAIN_NODE_S **ppstMain, WAITLIST_MAIN_NODE_S **ppstPrev) {
-    *ppstPrev = nullptr;
-    for (WAITLIST_MAIN_NODE_S *pstMain = g_pstWaitListHead; pstMain != nullptr; pstMain = pstMain->pstNextMain) {
-        if (pstMain->ulMagic != WAITLIST_MAGIC) {
-            LogCheck("RUK_WLDS", "Check main node magic fail", "magic num is invalid");
-            return WAITLIST_ERR_PARAM;
-        }
-        if (pstMain->ulListId == ulListId) {
-            *ppstMain = pstMain;
-            return WAITLIST_OK;
-        }
-        *ppstPrev = pstMain;
-    }
-    return WAITLIST_ERR_NOT_FOUND;
-}
-
 // Unlinks pstSub from its main node's chain; 0, or the removal's code when it is not there.
 u32 UnlinkSub(WAITLIST_MAIN_NODE_S *pstMain, WAITLIST_SUB_NODE_S *pstSub) {
     WAITLIST_SUB_NODE_S *pstPrev = nullptr;
@@ -114,10 +110,12 @@ u32 WaitList_DelSub(WAITLIST_SUB_NODE_S *pstSub) {
     }
     WAITLIST_MAIN_NODE_S *pstMain = nullptr;
     WAITLIST_MAIN_NODE_S *pstPrevMain = nullptr;
-    u32 ulRet = FindMainOf(pstSub->pstMain->ulListId, &pstMain, &pstPrevMain);
-    if (ulRet == WAITLIST_OK) {
-        ulRet = UnlinkSub(pstMain, pstSub);
+    const MainWalk eWalk =
+        WaitList_WalkMains(pstSub->pstMain->ulListId, &pstMain, &pstPrevMain, "RUK_WLDS", "Check main node magic fail");
+    if (eWalk != MainWalk::kFound) {
+        return (eWalk == MainWalk::kDamaged) ? WAITLIST_ERR_PARAM : WAITLIST_ERR_NOT_FOUND;
     }
+    const u32 ulRet = UnlinkSub(pstMain, pstSub);
     if (ulRet != WAITLIST_OK) {
         return ulRet;
     }
