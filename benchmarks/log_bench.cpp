@@ -1,7 +1,6 @@
 // Cost of the log writer: a call the repetition filter suppresses and a call that is reported, on one
 // thread and on two threads with distinct tags, each beside a baseline doing comparable plain work.
 #include <benchmark/benchmark.h>
-
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -20,10 +19,14 @@ namespace {
 const char *const kTags[] = {"BENCH_T0", "BENCH_T1", "BENCH_T2", "BENCH_T3"};
 constexpr u8 kTypeIpcMsgErr = 29; // {tag, message} plus the formatted text
 
-const char *TagOf(const benchmark::State &state) { return kTags[state.thread_index() % 4]; }
+const char *TagOf(const benchmark::State &state) {
+    return kTags[state.thread_index() % 4];
+}
 
 // Records go nowhere; every benchmark sets this before its first record.
-void QuietAgent() { setenv("ZOL_IMAGENT_FILE", "/dev/null", 1); }
+void QuietAgent() {
+    setenv("ZOL_IMAGENT_FILE", "/dev/null", 1);
+}
 
 // Suppressed: after the first record of the tag, at most one call per 500 ms passes the filter.
 void BM_WriteLogSuppressed(benchmark::State &state) {
@@ -101,8 +104,8 @@ BENCHMARK(BM_BaselineVsnprintf)->Threads(1)->Threads(2)->UseRealTime();
 void BM_BaselineAgentSend(benchmark::State &state) {
     QuietAgent();
     const char *tag = TagOf(state);
-    const char *const texts[] = {"1/1", "123,bench", "124,bench", tag, "Message check fail",
-                                 "sNode=0x1a2, sChan=3, dChan=4, len=40"};
+    const char *const texts[] = {"1/1", "123,bench",          "124,bench",
+                                 tag,   "Message check fail", "sNode=0x1a2, sChan=3, dChan=4, len=40"};
     const u32 cpu = 0;
     for (auto _ : state) {
         void *handle = IM_Agent_GetHandle();

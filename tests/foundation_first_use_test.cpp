@@ -5,10 +5,11 @@
 #include <gtest/gtest.h>
 #include <string>
 
-#include "imagent_reader.h"
 #include "zol_foundation.h"
 
 #include "standin_ctl.h"
+
+#include "imagent_reader.h"
 
 namespace zol::test {
 namespace {

@@ -3,10 +3,11 @@
 #include <cstdlib>
 #include <gtest/gtest.h>
 
-#include "imagent_reader.h"
 #include "zol_foundation.h"
 
 #include "standin_ctl.h"
+
+#include "imagent_reader.h"
 
 namespace zol::test {
 namespace {

@@ -8,11 +8,12 @@
 #include <thread>
 #include <unistd.h>
 
-#include "imagent_reader.h"
-#include "leak_check.h"
 #include "zol_foundation.h"
 
 #include "standin_ctl.h"
+
+#include "imagent_reader.h"
+#include "leak_check.h"
 
 namespace zol::test {
 namespace {
@@ -33,7 +34,9 @@ std::string ThreadName() {
     return ReadFirstLine("/proc/self/task/" + std::to_string(syscall(SYS_gettid)) + "/comm");
 }
 
-void Pause(int64_t ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
+void Pause(int64_t ms) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+}
 
 TEST_F(LogWriterTest, EveryTypeReportsItsIdOnlyWithItsParameterCount) {
     const char *const texts[] = {"PIN_T", "t1", "t2", "t3", "t4"};
@@ -136,7 +139,7 @@ TEST_F(LogWriterTest, CallSitesSharingATagShareOneFilterRecord) {
 }
 
 TEST_F(LogWriterTest, TagsTooLongForAKeyBypassTheFilter) {
-    const std::string fits(62, 'K');   // key of 63 characters and its terminator: 64 bytes
+    const std::string fits(62, 'K');    // key of 63 characters and its terminator: 64 bytes
     const std::string tooLong(63, 'L'); // no room for the terminator
     const std::string muchLonger(200, 'M');
     for (int i = 0; i < 3; ++i) {
@@ -218,6 +221,20 @@ TEST_F(LogWriterTest, FailuresEndTheCallSilently) {
     records = agent_.WithTag("FAIL_ONE");
     ASSERT_EQ(records.size(), 2u);
     EXPECT_EQ(records.back().Formatted(), "lock refused") << "let through, uncounted";
+}
+
+} // namespace
+} // namespace zol::test
+
+extern "C" int ZolFoundationUseFromC(char *pcBuf, u32 ulSize);
+
+namespace zol::test {
+namespace {
+
+TEST(FoundationCHeaderTest, HeaderIsPlainCAndEveryNameLinksFromC) {
+    char buf[16] = {0};
+    EXPECT_EQ(ZolFoundationUseFromC(buf, sizeof(buf)), 11);
+    EXPECT_STREQ(buf, "C:48");
 }
 
 } // namespace

@@ -1,7 +1,5 @@
 // The diagnostic-log self-test: one record of every log type, then only the unfiltered ones within the
 // filter's interval, and the summary line in the system log.
-#include "foundation_log_test.h"
-
 #include <cstdarg>
 #include <cstdio>
 #include <mutex>
@@ -9,8 +7,10 @@
 #include <syslog.h>
 #include <vector>
 
-#include "imagent_reader.h"
 #include "zol_foundation.h"
+
+#include "foundation_log_test.h"
+#include "imagent_reader.h"
 
 namespace {
 

@@ -1,7 +1,5 @@
 // Many threads logging at once: one filter table, one identity, at most one record per tag and
 // interval, and nothing lost or duplicated.
-#include "foundation_log_test.h"
-
 #include <atomic>
 #include <set>
 #include <string>
@@ -9,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "foundation_log_test.h"
 #include "imagent_reader.h"
 
 namespace zol::test {

@@ -4,11 +4,12 @@
 #include <string>
 #include <vector>
 
-#include "imagent_reader.h"
-#include "leak_check.h"
 #include "zol_foundation.h"
 
 #include "standin_ctl.h"
+
+#include "imagent_reader.h"
+#include "leak_check.h"
 
 namespace zol::test {
 namespace {

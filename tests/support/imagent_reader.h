@@ -4,11 +4,10 @@
 #ifndef ZOL_TEST_IMAGENT_READER_H
 #define ZOL_TEST_IMAGENT_READER_H
 
-#include <gtest/gtest.h>
-
 #include <cstdint>
 #include <cstdlib>
 #include <fstream>
+#include <gtest/gtest.h>
 #include <optional>
 #include <string>
 #include <unistd.h>
@@ -132,14 +131,30 @@ class JsonCursor {
         }
         char c = s_[pos_++];
         switch (c) {
-        case '"': case '\\': case '/': out->push_back(c); return true;
-        case 'b': out->push_back('\b'); return true;
-        case 'f': out->push_back('\f'); return true;
-        case 'n': out->push_back('\n'); return true;
-        case 'r': out->push_back('\r'); return true;
-        case 't': out->push_back('\t'); return true;
-        case 'u': break;
-        default: return false;
+        case '"':
+        case '\\':
+        case '/':
+            out->push_back(c);
+            return true;
+        case 'b':
+            out->push_back('\b');
+            return true;
+        case 'f':
+            out->push_back('\f');
+            return true;
+        case 'n':
+            out->push_back('\n');
+            return true;
+        case 'r':
+            out->push_back('\r');
+            return true;
+        case 't':
+            out->push_back('\t');
+            return true;
+        case 'u':
+            break;
+        default:
+            return false;
         }
         uint32_t cp = 0;
         if (!Hex4(&cp)) {
