@@ -42,6 +42,15 @@ void CopyRecord(u64 (&dst)[4], const u64 *src) {
     dst[3] = src[3];
 }
 
+// Checks the arguments of a write or read and finds the queue.
+u32 Resolve(u32 ulQueId, const u64 *pRecord, u32 ulMode, QueueRecord **ppQueue) {
+    if (pRecord == nullptr || BadMode(ulMode)) {
+        return RUK_ERR_PARAM;
+    }
+    *ppQueue = Queues().Find(ulQueId);
+    return *ppQueue != nullptr ? RUK_OK : RUK_ERR_NOT_FOUND;
+}
+
 } // namespace
 } // namespace plat
 
@@ -74,12 +83,10 @@ extern "C" u32 RUK_Que_Write(u32 ulQueId, const u64 aullMsg[4], u32 ulMode, u32 
     if (plat::FaultHit("RUK_Que_Write")) {
         return RUK_ERR_INJECTED;
     }
-    if (aullMsg == nullptr || plat::BadMode(ulMode)) {
-        return RUK_ERR_PARAM;
-    }
-    plat::QueueRecord *queue = plat::Queues().Find(ulQueId);
-    if (queue == nullptr) {
-        return RUK_ERR_NOT_FOUND;
+    plat::QueueRecord *queue = nullptr;
+    u32 check = plat::Resolve(ulQueId, aullMsg, ulMode, &queue);
+    if (check != RUK_OK) {
+        return check;
     }
     std::unique_lock<std::mutex> lock(queue->lock);
     u32 rc = plat::WaitUntil(lock, queue->notFull, queue->writersWaiting, ulMode, ulTimeout, RUK_ERR_FULL,
@@ -102,12 +109,10 @@ extern "C" u32 RUK_Que_Read(u32 ulQueId, u64 aullMsg[4], u32 ulMode, u32 ulTimeo
     if (plat::FaultHit("RUK_Que_Read")) {
         return RUK_ERR_INJECTED;
     }
-    if (aullMsg == nullptr || plat::BadMode(ulMode)) {
-        return RUK_ERR_PARAM;
-    }
-    plat::QueueRecord *queue = plat::Queues().Find(ulQueId);
-    if (queue == nullptr) {
-        return RUK_ERR_NOT_FOUND;
+    plat::QueueRecord *queue = nullptr;
+    u32 check = plat::Resolve(ulQueId, aullMsg, ulMode, &queue);
+    if (check != RUK_OK) {
+        return check;
     }
     std::unique_lock<std::mutex> lock(queue->lock);
     u32 rc = plat::WaitUntil(lock, queue->notEmpty, queue->readersWaiting, ulMode, ulTimeout, RUK_ERR_EMPTY,
