@@ -11,19 +11,13 @@ namespace zol::ipc {
 #error "the compiler must tell the byte order"
 #endif
 
+inline constexpr bool kHostIsLittleEndian = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__;
+
 inline u32 HostToNet32(u32 v) {
-#if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-    return __builtin_bswap32(v);
-#else
-    return v;
-#endif
+    return kHostIsLittleEndian ? __builtin_bswap32(v) : v;
 }
 inline u16 HostToNet16(u16 v) {
-#if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-    return __builtin_bswap16(v);
-#else
-    return v;
-#endif
+    return kHostIsLittleEndian ? __builtin_bswap16(v) : v;
 }
 // The conversion is its own inverse.
 inline u32 NetToHost32(u32 v) {
