@@ -258,8 +258,10 @@ TEST(IpcErrStat, TableNamesAndBounds) {
 TEST(IpcExports, HeaderCompilesAsCAndNamesAreExportedWithCLinkage) {
     EXPECT_EQ(IpcCHeaderRoundTrip(), 0);
 
-    const char *dir = std::getenv("ZOL_TEST_BINARY_DIR");
-    ASSERT_NE(dir, nullptr);
+    const char *dir = std::getenv("ZOL_TEST_BINARY_DIR"); // set by ctest
+    if (dir == nullptr) {
+        GTEST_SKIP() << "ZOL_TEST_BINARY_DIR is not set: run through ctest to check the exported names";
+    }
     const std::string path = std::string(dir) + "/src/libzol_comm.so";
     void *lib = dlopen(path.c_str(), RTLD_LAZY | RTLD_LOCAL);
     ASSERT_NE(lib, nullptr) << dlerror();
