@@ -1,16 +1,13 @@
-# zol_test(name [WHITEBOX] [SOURCES ...] [LIBS ...]): a GoogleTest program tests/<name>.cpp linked with the
-# library (its static twin with WHITEBOX, for suites that reach hidden internals) and the stand-in
-# platform; every test case becomes a ctest entry with a generous time limit.
+# zol_test(name [SOURCES ...] [LIBS ...]): a GoogleTest program tests/<name>.cpp linked with the library
+# and the stand-in platform; every test case becomes a ctest entry with a generous time limit.
 # zol_benchmark(name [SOURCES ...] [LIBS ...]): a Google Benchmark program benchmarks/<name>.cpp.
 include(GoogleTest)
 
 function(zol_test name)
-  cmake_parse_arguments(ZT "WHITEBOX" "" "SOURCES;LIBS" ${ARGN})
+  cmake_parse_arguments(ZT "" "" "SOURCES;LIBS" ${ARGN})
   add_executable(${name} ${name}.cpp ${ZT_SOURCES})
   # Tests of the stand-in platform alone (platform_*) do not need the library.
-  if(ZT_WHITEBOX)
-    target_link_libraries(${name} PRIVATE zol_comm_static)
-  elseif(TARGET zol_comm AND NOT name MATCHES "^platform_")
+  if(TARGET zol_comm AND NOT name MATCHES "^platform_")
     target_link_libraries(${name} PRIVATE zol_comm)
   endif()
   target_link_libraries(${name} PRIVATE zol_platform zol_test_support GTest::gtest GTest::gtest_main
