@@ -112,13 +112,15 @@ TEST_F(OmCmd, RefusesAndLogsWhatItCannotServe) {
     EXPECT_EQ(Ask("{\"korvex-diagnose:diagnose\":{\"bogus\":1}}", rc), "");
     EXPECT_EQ(rc, 1);
     std::string log = om_test::ReadFile(logFile_);
-    EXPECT_NE(log.find("\"ZCPC\",\"Parse input to doc failed.\",\"code:123 length:39\""), std::string::npos) << log;
+    EXPECT_NE(log.find("\"ZCPC\",\"Parse input to doc failed.\",\"code:123 length:40\""), std::string::npos) << log;
     ASSERT_EQ(PLAT_FaultInject("omcc_tty_borrow", 0, 1), 0u);
     usleep(600 * 1000); // past the repetition filter of the tag
     EXPECT_EQ(Ask(Mine(",\"get-ipc-info\":{\"type\":\"a\"}"), rc), "");
     EXPECT_EQ(rc, 1);
     log = om_test::ReadFile(logFile_);
-    EXPECT_NE(log.find("\"ZCPC\",\"Get tty failed.\",\"tty is Null\""), std::string::npos) << log;
+    // The repetition filter may put its count in front of the formatted text.
+    EXPECT_NE(log.find("\"ZCPC\",\"Get tty failed.\",\""), std::string::npos) << log;
+    EXPECT_NE(log.find("tty is Null\"]"), std::string::npos) << log;
 }
 
 } // namespace
