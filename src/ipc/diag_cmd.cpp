@@ -3,6 +3,7 @@
 #include "foundation/foundation_internal.h"
 #include "foundation/log_points.h"
 
+#include <cstring>
 #include <unistd.h>
 
 #include "bounds_checked.h"
@@ -28,14 +29,6 @@ namespace {
 
 constexpr u32 kRequestFailed = 1;
 constexpr const char *kLeafType = "type";
-
-bool SameText(const char *pcA, const char *pcB) {
-    while (*pcA != '\0' && *pcA == *pcB) {
-        ++pcA;
-        ++pcB;
-    }
-    return *pcA == *pcB;
-}
 
 // The command node below the process node: "get-ipc-info" first, then "get-rpc-info".
 OMCC_NODE_S *FindCommand(OMCC_NODE_S *pstProc, u32 &ulCmdIndex) {
@@ -113,7 +106,7 @@ void ZOL_OmCmdDispatch(OMCC_TTY_S *pstTty, u32 ulCmdIndex, const char *pcType) {
     bool bFound = false;
     for (u32 i = 0; ulCmdIndex < kOmCmdNum && pcType != nullptr && i < kOmSubCmdNum && !bFound; ++i) {
         const OM_SUB_CMD_S &stRow = g_astOmCmdTable[ulCmdIndex].astSubCmd[i];
-        if (stRow.pcSubCmd != nullptr && stRow.pfDisplay != nullptr && SameText(stRow.pcSubCmd, pcType)) {
+        if (stRow.pcSubCmd != nullptr && stRow.pfDisplay != nullptr && std::strcmp(stRow.pcSubCmd, pcType) == 0) {
             stRow.pfDisplay(pcBuf, kOmResultSize);
             pcBuf[kOmResultSize - 1] = '\0'; // a display that fills the buffer still prints a bounded text
             bFound = true;
