@@ -60,7 +60,7 @@ void BM_AllocFreeBurst(benchmark::State &state) {
 }
 
 void Sizes(benchmark::internal::Benchmark *bench) {
-    bench->Arg(64)->Arg(256)->Arg(2048)->Arg(16384);
+    bench->Arg(64)->Arg(256)->Arg(1024)->Arg(2048)->Arg(16384);
 }
 
 BENCHMARK_TEMPLATE(BM_AllocFree, Malloc)->Apply(Sizes);
