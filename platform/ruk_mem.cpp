@@ -60,7 +60,7 @@ BlockHeader *Take(u32 ulSize) {
         return RefillAndTake(cls);
     }
     t_mem.heads[cls] = block->next;
-    --t_mem.counts[cls];
+    ++t_mem.room[cls];
     return block;
 }
 
@@ -176,7 +176,7 @@ extern "C" void *RUK_MemAlloc_F(u32 ulHandle, u8 ucPtNo, u32 ulSize, const char 
         plat::BlockHeader *block = t.heads[cls];
         if (PLAT_LIKELY(block != nullptr)) { // a cached block means the thread is open: t.stats is set
             t.heads[cls] = block->next;
-            --t.counts[cls];
+            ++t.room[cls];
             plat::Account(t.stats, ulHandle, 1, ulSize);
             return plat::CheckOut(block, ulHandle, ulSize, pcFile, ulLine);
         }

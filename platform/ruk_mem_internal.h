@@ -175,7 +175,7 @@ struct ThreadStats {
 // the counters could not be created: then every call takes the shared slow paths.
 struct ThreadMem {
     BlockHeader *heads[kClassCount]; // non-empty only while stats is set
-    u32 counts[kClassCount];
+    u32 room[kClassCount];           // blocks the cache takes before it overflows: kCacheLimit - cached
     ThreadStats *stats;
     bool closed;
 };
@@ -217,12 +217,12 @@ inline void *CheckOut(BlockHeader *pstBlock, u32 ulHandle, u32 ulSize, const cha
 }
 
 // Puts a pool block whose last reference has gone (state already free) in the thread's cache, giving
-// half of it back to the central list when it overflows.
+// half of it back to the central list when it is full.
 inline void CacheBlock(ThreadMem &t, BlockHeader *pstBlock) {
     u16 cls = pstBlock->cls;
     pstBlock->next = t.heads[cls];
     t.heads[cls] = pstBlock;
-    if (PLAT_UNLIKELY(++t.counts[cls] > kCacheLimit[cls])) {
+    if (PLAT_UNLIKELY(--t.room[cls] == 0)) {
         SpillCache(cls, kCacheLimit[cls] / 2u);
     }
 }

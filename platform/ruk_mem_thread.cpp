@@ -36,12 +36,12 @@ void RetireStats(ThreadStats *stats) {
 // thread, from destructors that run after this one, find no cache and take the shared paths.
 struct ThreadCloser {
     ~ThreadCloser() {
-        for (u16 cls = 0; cls < kClassCount; ++cls) {
-            if (t_mem.counts[cls] != 0) {
-                SpillCache(cls, t_mem.counts[cls]);
+        if (t_mem.stats != nullptr) { // else the thread never had a cache
+            for (u16 cls = 0; cls < kClassCount; ++cls) {
+                if (t_mem.room[cls] != kCacheLimit[cls]) {
+                    SpillCache(cls, kCacheLimit[cls] - t_mem.room[cls]);
+                }
             }
-        }
-        if (t_mem.stats != nullptr) {
             RetireStats(t_mem.stats);
             t_mem.stats = nullptr;
         }
@@ -61,6 +61,9 @@ bool OpenThread() {
     if (stats == nullptr) {
         return false; // tried again on the next slow call
     }
+    for (u16 cls = 0; cls < kClassCount; ++cls) {
+        t_mem.room[cls] = kCacheLimit[cls];
+    }
     std::lock_guard<std::mutex> guard(g_stats.lock);
     stats->next = g_stats.threads;
     g_stats.threads = stats;
@@ -75,7 +78,7 @@ BlockHeader *RefillAndTake(u16 cls) {
         return nullptr;
     }
     t_mem.heads[cls] = list->next;
-    t_mem.counts[cls] = got - 1;
+    t_mem.room[cls] -= got - 1;
     return list;
 }
 
@@ -86,7 +89,7 @@ void SpillCache(u16 cls, u32 count) {
         last = last->next;
     }
     t_mem.heads[cls] = last->next;
-    t_mem.counts[cls] -= count;
+    t_mem.room[cls] += count;
     CentralGive(cls, first, last);
 }
 
