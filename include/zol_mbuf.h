@@ -7,9 +7,9 @@
 
 ZOL_EXTERN_C_BEGIN
 
-#define MBUF_BLOCK_SIZE 2048u      /* capacity of every block the library allocates (except by compression) */
-#define MBUF_MAX_HEAD_SPACE 300u   /* largest head room MBUF_CreateForControlPacket accepts */
-#define MBUF_MERGE_LIMIT 499u      /* largest descriptor MBUF_NeatConcatenate folds into its predecessor */
+#define MBUF_BLOCK_SIZE 2048u       /* capacity of every block the library allocates (except by compression) */
+#define MBUF_MAX_HEAD_SPACE 300u    /* largest head room MBUF_CreateForControlPacket accepts */
+#define MBUF_MERGE_LIMIT 499u       /* largest descriptor MBUF_NeatConcatenate folds into its predecessor */
 #define MBUF_CONTROL_INFO_SIZE 320u /* bytes of the client control area */
 
 /* One piece of a buffer's data inside a data block. Size LP64: 32 bytes.
@@ -31,12 +31,12 @@ typedef struct DataBlockDescriptor {
  * number of descriptors in the chain, the embedded firstDescriptor included (so at least 1). The header and
  * every standalone descriptor belong to the buffer alone; only blocks are shared. */
 typedef struct MBUF {
-    u64 reserved0;                           /* 0 whenever the library makes a header */
-    u32 totalDataLength;                     /* valid bytes in the whole chain */
-    u32 dataBlockCount;                      /* descriptors in the chain */
-    u64 reserved1;                           /* neither set nor read by the library */
-    u8 controlInfo[MBUF_CONTROL_INFO_SIZE];  /* the client's; fresh: zero but for the two words below */
-    DataBlockDescriptor firstDescriptor;     /* embedded head of the chain; its next starts the rest */
+    u64 reserved0;                          /* 0 whenever the library makes a header */
+    u32 totalDataLength;                    /* valid bytes in the whole chain */
+    u32 dataBlockCount;                     /* descriptors in the chain */
+    u64 reserved1;                          /* neither set nor read by the library */
+    u8 controlInfo[MBUF_CONTROL_INFO_SIZE]; /* the client's; fresh: zero but for the two words below */
+    DataBlockDescriptor firstDescriptor;    /* embedded head of the chain; its next starts the rest */
 } MBUF;
 
 /* Preset words of a fresh control area (byte offsets into controlInfo). */

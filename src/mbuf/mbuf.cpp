@@ -1,9 +1,9 @@
 // Message buffers: record layout checks, creation of control packets, destruction and zeroing.
-#include <cstddef>
-
 #include "foundation/foundation_internal.h"
 #include "foundation/log_points.h"
 #include "mbuf/mbuf_internal.h"
+
+#include <cstddef>
 
 #include "bounds_checked.h"
 
@@ -84,7 +84,9 @@ ZOL_EXPORT u32 MBUF_Destroy_X(MBUF *mbuf, u32 line) {
     return kOk;
 }
 
-ZOL_EXPORT u32 MBUF_Destroy(MBUF *mbuf) { return MBUF_Destroy_X(mbuf, __LINE__); }
+ZOL_EXPORT u32 MBUF_Destroy(MBUF *mbuf) {
+    return MBUF_Destroy_X(mbuf, __LINE__);
+}
 
 ZOL_EXPORT u32 MBUF_AssignZero(MBUF *mbuf) {
     if (mbuf == nullptr) {

@@ -1,10 +1,9 @@
 // Chain plumbing shared by the message-buffer operations: allocation with owner marks, descriptor release,
 // block sharing queries, offset location and the invariant walker.
+#include "foundation/foundation_internal.h"
 #include "mbuf/mbuf_internal.h"
 
 #include <cstring>
-
-#include "foundation/foundation_internal.h"
 
 #include "ruk_mem.h"
 
@@ -23,7 +22,9 @@ u8 *AllocBlock(u32 size, u32 moduleId, u32 line) {
     return static_cast<u8 *>(ZOL_MemAlloc(moduleId | kOwnerBlock, size, kFileTag, line));
 }
 
-void Release(void *p, u32 line) { (void)ZOL_MemFree(p, kFileTag, line); }
+void Release(void *p, u32 line) {
+    (void)ZOL_MemFree(p, kFileTag, line);
+}
 
 DataBlockDescriptor *MBUF_CreateDataBlockDescriptor(u32 blockSize, u32 type, u32 moduleId) {
     DataBlockDescriptor *d = AllocDescriptorRecord(moduleId, __LINE__);
@@ -108,7 +109,9 @@ DataBlockDescriptor *Locate(MBUF *mbuf, u32 *offset, u32 *passed, bool strict) {
 
 } // namespace
 
-DataBlockDescriptor *LocateStrict(MBUF *mbuf, u32 *offset, u32 *passed) { return Locate(mbuf, offset, passed, true); }
+DataBlockDescriptor *LocateStrict(MBUF *mbuf, u32 *offset, u32 *passed) {
+    return Locate(mbuf, offset, passed, true);
+}
 
 DataBlockDescriptor *LocateLenient(MBUF *mbuf, u32 *offset, u32 *passed) {
     return Locate(mbuf, offset, passed, false);

@@ -1,9 +1,9 @@
 // Message buffers: reading a range out into flat memory, writing flat bytes into a buffer (growing it past
 // its end), and creating a buffer from flat bytes.
-#include <algorithm>
-
 #include "foundation/log_points.h"
 #include "mbuf/mbuf_internal.h"
+
+#include <algorithm>
 
 #include "bounds_checked.h"
 
@@ -180,8 +180,8 @@ ZOL_EXPORT MBUF *MBUF_CreateByCopyBuffer(u32 headSpace, u32 length, const u8 *bu
     // lands at offset headSpace; the head space is then cut off the front.
     const u32 firstLength = static_cast<u32>(std::min<u64>(u64{headSpace} + length, MBUF_BLOCK_SIZE));
     DataBlockDescriptor &first = mbuf->firstDescriptor;
-    first = DataBlockDescriptor{type, static_cast<u16>(MBUF_BLOCK_SIZE), static_cast<u16>(firstLength), block,
-                                block, nullptr};
+    first = DataBlockDescriptor{type,   static_cast<u16>(MBUF_BLOCK_SIZE), static_cast<u16>(firstLength), block, block,
+                                nullptr};
     mbuf->totalDataLength = firstLength;
     mbuf->dataBlockCount = 1;
     mbuf->reserved0 = 0;

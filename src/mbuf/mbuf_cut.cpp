@@ -1,8 +1,8 @@
 // Message buffers: removing bytes at the head, in the middle and at the tail of a chain.
-#include <algorithm>
-
 #include "foundation/log_points.h"
 #include "mbuf/mbuf_internal.h"
+
+#include <algorithm>
 
 #include "bounds_checked.h"
 

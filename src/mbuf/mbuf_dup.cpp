@@ -1,9 +1,9 @@
 // Message buffers: new buffers made from a range of another one, either as an independent copy of its bytes
 // or as a reference copy that shares the source's blocks.
-#include <algorithm>
-
 #include "foundation/log_points.h"
 #include "mbuf/mbuf_internal.h"
+
+#include <algorithm>
 
 #include "bounds_checked.h"
 #include "ruk_mem.h"
@@ -14,8 +14,8 @@ using zol::log::kMbufErr;
 namespace {
 
 u32 CopyControlInfo(MBUF *to, const MBUF *from) {
-    return static_cast<u32>(memmove_s(to->controlInfo, MBUF_CONTROL_INFO_SIZE, from->controlInfo,
-                                      MBUF_CONTROL_INFO_SIZE));
+    return static_cast<u32>(
+        memmove_s(to->controlInfo, MBUF_CONTROL_INFO_SIZE, from->controlInfo, MBUF_CONTROL_INFO_SIZE));
 }
 
 // Appends n bytes of each source descriptor from d (offset into the first) to result, at its end.

@@ -21,7 +21,7 @@ constexpr u32 kOwnerHeader = 0x100;
 constexpr u32 kOwnerDescriptor = 0x101;
 constexpr u32 kOwnerBlock = 0x2;
 
-constexpr u32 kBigBlockSize = 4096;   // compression's middle size
+constexpr u32 kBigBlockSize = 4096;         // compression's middle size
 constexpr u32 kMaxDescriptorBytes = 0xFFFF; // what a 16-bit dataLength can hold
 constexpr u32 kControlWordA = 0xFFFFFFFFu;
 constexpr u32 kControlWordB = 255;

@@ -30,8 +30,7 @@ DataBlockDescriptor *Join(MBUF *dst, MBUF *src, u32 moduleId) {
 // Folds n = c->next into c's tail room when that is safe and small; false leaves both as they were.
 bool MergeNext(MBUF *mbuf, DataBlockDescriptor *c) {
     DataBlockDescriptor *n = c->next;
-    if (c->type != n->type || !BlockUnshared(c) || n->dataLength > TailRoom(c) ||
-        n->dataLength > MBUF_MERGE_LIMIT ||
+    if (c->type != n->type || !BlockUnshared(c) || n->dataLength > TailRoom(c) || n->dataLength > MBUF_MERGE_LIMIT ||
         memmove_s(c->data + c->dataLength, n->dataLength, n->data, n->dataLength) != 0) {
         return false;
     }
@@ -109,7 +108,7 @@ ZOL_EXPORT MBUF *MBUF_Fragment(MBUF *mbuf, u32 offset, u32 moduleId) {
             Release(result, __LINE__);
             return nullptr;
         }
-        result->firstDescriptor = DataBlockDescriptor{d->type, d->blockSize, static_cast<u16>(d->dataLength - r),
+        result->firstDescriptor = DataBlockDescriptor{d->type,     d->blockSize, static_cast<u16>(d->dataLength - r),
                                                       d->data + r, d->dataBlock, d->next};
         d->dataLength = static_cast<u16>(r);
     } else {
