@@ -108,7 +108,7 @@ inline Snapshot Take(const MBUF *m) {
 // The chain invariant over every live buffer of a test: per buffer the total is the sum of the lengths,
 // the count is the number of descriptors and each descriptor's data lies inside its block; across the
 // buffers each block's reference count equals the number of descriptors pointing into it.
-inline void ExpectSound(std::initializer_list<const MBUF *> buffers) {
+inline void ExpectSound(const std::vector<const MBUF *> &buffers) {
     std::map<const u8 *, u32> users;
     for (const MBUF *m : buffers) {
         u64 total = 0;
