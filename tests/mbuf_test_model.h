@@ -43,8 +43,10 @@ inline Bytes Pattern(size_t n, u32 seed) {
 inline void Fill(MBUF *m, const Bytes &bytes) {
     size_t pos = 0;
     for (DataBlockDescriptor *d = &m->firstDescriptor; d != nullptr; d = d->next) {
-        std::memcpy(d->data, bytes.data() + pos, d->dataLength);
-        pos += d->dataLength;
+        if (d->dataLength > 0) {
+            std::memcpy(d->data, bytes.data() + pos, d->dataLength);
+            pos += d->dataLength;
+        }
     }
 }
 
