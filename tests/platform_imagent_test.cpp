@@ -81,7 +81,7 @@ class LineParser {
             }
             if (ch != '\\') {
                 *out += static_cast<char>(ch);
-            } else if (pos_ < s_.size() && (s_[pos_] == '"' || s_[pos_] == '\\' || s_[pos_] == '/')) {
+            } else if (pos_ < s_.size() && (s_[pos_] == '"' || s_[pos_] == '\\')) {
                 *out += s_[pos_++];
             } else if (s_.compare(pos_, 3, "u00") == 0 && pos_ + 5 <= s_.size()) {
                 *out += static_cast<char>(std::stoi(s_.substr(pos_ + 1, 4), nullptr, 16));

@@ -82,17 +82,13 @@ TEST_F(PlatformMisc, SllDeleteKeepsTailAndCount) {
     EXPECT_EQ("01", other.Order());
 }
 
-TEST_F(PlatformMisc, StringHelpersAndDottedAddress) {
+// Only the null handling and the byte order go beyond the C library.
+TEST_F(PlatformMisc, StringNullsAndDottedAddress) {
     EXPECT_EQ(0u, RUK_StrLen(nullptr));
-    EXPECT_EQ(5u, RUK_StrLen("a/b/c"));
-    const char *path = "a/b/c";
-    EXPECT_EQ(path + 3, RUK_StrRChr(path, '/'));
-    EXPECT_EQ(nullptr, RUK_StrRChr(path, 'x'));
     EXPECT_EQ(nullptr, RUK_StrRChr(nullptr, '/'));
     EXPECT_LT(RUK_StrCmp(nullptr, ""), 0);
     EXPECT_GT(RUK_StrCmp("", nullptr), 0);
     EXPECT_EQ(0, RUK_StrCmp(nullptr, nullptr));
-    EXPECT_LT(RUK_StrCmp("abc", "abd"), 0);
 
     char text[16];
     EXPECT_EQ(RUK_OK, RUK_IpAddrToStr(0xC0A80A01u, text));
