@@ -32,34 +32,43 @@ bool CopyRangeInto(MBUF *result, DataBlockDescriptor *d, u32 offset, u32 length,
     return true;
 }
 
-// Builds the reference chain for length bytes from d (offset into the first), one new record and one block
-// reference per source descriptor. On failure releases what it built (and the references it took) and
-// returns null.
-DataBlockDescriptor *ReferenceChain(DataBlockDescriptor *d, u32 offset, u32 length, u32 moduleId, u32 *count) {
-    DataBlockDescriptor *head = nullptr;
-    DataBlockDescriptor **link = &head;
+// Builds result's chain for length bytes from d (offset into the first): one descriptor and one block
+// reference per source descriptor, the first held in the header itself, which saves the temporary record
+// that would only be copied there. On failure drops what it built (and the references it took).
+bool ReferenceChain(MBUF *result, DataBlockDescriptor *d, u32 offset, u32 length, u32 moduleId) {
+    DataBlockDescriptor *first = &result->firstDescriptor;
+    first->dataBlock = nullptr;
+    first->next = nullptr;
+    DataBlockDescriptor *tail = nullptr;
+    u32 count = 0;
     for (u32 remaining = length; remaining > 0 && d != nullptr; d = d->next, offset = 0) {
-        DataBlockDescriptor *rec = AllocDescriptorRecord(moduleId, __LINE__);
+        DataBlockDescriptor *rec = (tail == nullptr) ? first : AllocDescriptorRecord(moduleId, __LINE__);
         if (rec == nullptr) {
             break;
         }
         const u32 n = std::min(static_cast<u32>(d->dataLength - offset), remaining);
         // The block is recorded only once its reference is taken, so a cleanup never drops one not held.
         *rec = DataBlockDescriptor{d->type, d->blockSize, static_cast<u16>(n), d->data + offset, nullptr, nullptr};
-        *link = rec;
-        link = &rec->next;
-        ++*count;
+        if (tail != nullptr) {
+            tail->next = rec;
+        }
+        tail = rec;
+        ++count;
         if (RUK_MemRefInc(d->dataBlock) != 0) {
             break;
         }
         rec->dataBlock = d->dataBlock;
         remaining -= n;
         if (remaining == 0) {
-            return head;
+            result->dataBlockCount = count;
+            return true;
         }
     }
-    (void)ReleaseChain(head, __LINE__);
-    return nullptr;
+    (void)ReleaseChain(first->next, __LINE__);
+    if (first->dataBlock != nullptr) {
+        Release(first->dataBlock, __LINE__);
+    }
+    return false;
 }
 
 MBUF *EmptyReferenceCopy(MBUF *src, u32 moduleId) {
@@ -132,18 +141,11 @@ ZOL_EXPORT MBUF *MBUF_ReferenceCopy(MBUF *src, u32 offset, u32 length, u32 modul
     result->reserved0 = 0;
     result->totalDataLength = length;
     DataBlockDescriptor *d = nullptr;
-    u32 count = 0;
-    DataBlockDescriptor *chain = nullptr;
-    if (CopyControlInfo(result, src) == 0 && (d = LocateStrict(src, &offset, nullptr)) != nullptr) {
-        chain = ReferenceChain(d, offset, length, moduleId, &count);
-    }
-    if (chain == nullptr) {
+    if (CopyControlInfo(result, src) != 0 || (d = LocateStrict(src, &offset, nullptr)) == nullptr ||
+        !ReferenceChain(result, d, offset, length, moduleId)) {
         Release(result, __LINE__);
         return nullptr;
     }
-    result->firstDescriptor = *chain; // its next carries the rest of the chain
-    Release(chain, __LINE__);
-    result->dataBlockCount = count;
     ZOL_MBUF_ASSERT_SOUND(result);
     return result;
 }
