@@ -10,6 +10,8 @@ namespace zol::rpc {
 
 namespace {
 
+constexpr u32 kLatePostWaitMs = 1000; // bound for a post that failed (it is normally microseconds away)
+
 // Finds the calling module, creates its waiting context and stamps the request with the next sequence
 // number. IPC_RPC_OK, IPC_RPC_ERR_NO_SRC or IPC_RPC_ERR_NO_MEMORY; nothing is left behind on failure.
 u32 SetUpCall(u32 ulSrcMod, u32 ulDstMod, u8 ucFlag, void *pReq, IPC_RPC_MOD_S **ppstMod, IPC_MSG_CTX_S **ppstCtx) {
@@ -114,15 +116,18 @@ void IPC_RPC_ProcReply(void *pMsg, u32 ulLen) {
     IPC_MSG_CTX_S *pstCtx = nullptr;
     u32 ulSemId = 0, ulRet = RUK_OK;
     {
-        // Attach and post under the lock: the caller cannot remove and delete the context meanwhile.
+        // Attach under the lock; post after it, so that the woken caller does not run straight into
+        // the lock still held here (on one core that costs two more task switches per call).
         RpcLock lock;
         pstCtx = lock.Held() ? IPC_RPC_FindMsgCtx(stHead.ulDstMod, stHead.ulSeq) : nullptr;
         if (pstCtx != nullptr) {
             pstCtx->pMsg = pMsg;
             pstCtx->ulSeqOrLen = ulLen;
             ulSemId = pstCtx->ulSemId;
-            ulRet = RUK_Sm_V(ulSemId);
         }
+    }
+    if (pstCtx != nullptr) {
+        ulRet = RUK_Sm_V(ulSemId);
     }
     if (pstCtx == nullptr) {
         IPC_RPC_AddErrStat(RPC_REPLY_FIND_CTX_FAIL);
@@ -174,6 +179,11 @@ extern "C" ZOL_EXPORT u32 IPC_RPC_SyncCall(u32 ulSrcMod, u32 ulDstNode, u32 ulDs
     // Detached first in every outcome: a listed context whose reply was taken would look free again.
     DetachCtx(pstMod, pstCtx);
     if (ulWait != RUK_OK) {
+        if (pstCtx->pMsg != nullptr) {
+            // A reply was attached after the wait ended: its post is on its way (it is made after the
+            // lock is left) and must find the semaphore alive, so absorb it before deleting.
+            (void)RUK_Sm_P(pstCtx->ulSemId, RUK_WAIT, kLatePostWaitMs);
+        }
         RpcStatAdd(&g_pstRpcStat->ulTimeoutNum);
         IPC_RPC_AddErrStat(RPC_TIMEOUT_ERR);
         ulRet = ulWait;
