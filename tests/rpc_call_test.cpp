@@ -169,11 +169,15 @@ TEST_F(RpcCallTest, QueueModulesAnswerFromTheirOwnTask) {
     // Registered without task and event: the record still reaches the queue, though its event cannot
     // be written; the next event to the same thread takes it.
     const u32 servedEx = g_queueEx->Served();
-    std::thread nudge([] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        RUK_Ev_Write(g_queueEx->TaskId(), QueueModule::kEvent);
+    std::atomic<bool> answered{false};
+    std::thread nudge([&] {
+        while (!answered) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            RUK_Ev_Write(g_queueEx->TaskId(), QueueModule::kEvent);
+        }
     });
     EXPECT_EQ(Call(kQueueEx, "ex", &out), IPC_RPC_OK);
+    answered = true;
     nudge.join();
     EXPECT_EQ(out, "q:ex");
     while (g_queue->Served() == served || g_queueEx->Served() == servedEx) {
