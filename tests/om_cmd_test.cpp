@@ -78,7 +78,8 @@ TEST_F(OmCmd, AnswersEveryRequestInItsExactWords) {
         EXPECT_EQ(Ask(Mine(",\"get-ipc-info\":{\"type\":\"" + std::string(type) + "\"}"), rc),
                   "[Error]:Cmd type (0," + std::string(type) + ") not implement.");
     }
-    EXPECT_EQ(Ask(Mine(",\"get-rpc-info\":{\"type\":\"packet\"}"), rc), "[Error]:Cmd type (1,packet) not implement.");
+    EXPECT_EQ(Ask(Mine(",\"get-rpc-info\":{\"type\":\"node-detail\"}"), rc),
+              "[Error]:Cmd type (1,node-detail) not implement.");
     // Both commands: handled as "get-ipc-info".
     EXPECT_EQ(Ask(Mine(",\"get-rpc-info\":{\"type\":\"b\"},\"get-ipc-info\":{\"type\":\"a\"}"), rc),
               "[Error]:Cmd type (0,a) not implement.");
@@ -94,13 +95,14 @@ TEST_F(OmCmd, AnswersEveryRequestInItsExactWords) {
 TEST_F(OmCmd, RunsAFilledRowAndStripsLeadingBlankLines) {
     zol::diag::OM_SUB_CMD_S &row = g_astOmCmdTable[1].astSubCmd[2];
     ASSERT_STREQ(row.pcSubCmd, "packet");
+    const zol::diag::OM_DISPLAY_PF previous = row.pfDisplay;
     row.pfDisplay = DisplayWithBlankLines;
     long long rc = -1;
     std::string rpc = Ask(Mine(",\"get-rpc-info\":{\"type\":\"packet\"}"), rc);
     std::string ipc = Ask(Mine(",\"get-ipc-info\":{\"type\":\"packet\"}"), rc);
     ASSERT_EQ(PLAT_FaultInject("RUK_MemAlloc_F", 0, 1), 0u);
     std::string noMem = Ask(Mine(",\"get-rpc-info\":{\"type\":\"packet\"}"), rc);
-    row.pfDisplay = nullptr;
+    row.pfDisplay = previous;
     EXPECT_EQ(rpc, "line 1\nline 2\n");
     EXPECT_EQ(ipc, "[Error]:Cmd type (0,packet) not implement.");
     EXPECT_EQ(noMem, "[Error]:Malloc buff for result failed.");
