@@ -1,0 +1,103 @@
+// IPC's layer state and initialisation: the own node, the registry and channel table, the reserve message,
+// the poll task and the OM diagnostic service; plus the connection-notify table and the small settings.
+#include "ipc/ipc_chan_internal.h"
+#include "ipc/ipc_core_tmp.h"
+
+#include "bounds_checked.h"
+
+namespace zol::ipc {
+
+u32 g_ulIpcInitFlag = 0;
+u32 g_ulIpcSelfNodeId = 0;
+u32 g_ulIpcAckMsgQueLen = 800;
+IPC_CONN_NOTIFY_S g_astIpcConnNotify[IPC_CONN_NOTIFY_NUM] = {};
+IPC_MSG_HEAD_S *g_pstIpcReserveMsg = nullptr;
+
+namespace {
+
+IPC_MSG_HEAD_S *IPC_HeadOf(void *pMsg) {
+    return reinterpret_cast<IPC_MSG_HEAD_S *>(static_cast<u8 *>(pMsg) - IPC_MSG_HEAD_LEN);
+}
+
+// Registry, channel table and reserve message; all or nothing.
+u32 IPC_TablesInit(u32 ulNodeId) {
+    if (IPC_NodeTblInit(ulNodeId) != IPC_OK) {
+        return IPC_ERR_NO_MEMORY;
+    }
+    if (IPC_ChanTblInit() != IPC_OK) {
+        IPC_NodeTblDestroy();
+        return IPC_ERR_NO_MEMORY;
+    }
+    // Held for the life of the process, so that one maximum-size block is always there.
+    void *pReserve = IPC_AllocMsg_X(IPC_MAX_MSG_LEN, IPC_MOD_ID, "IPC_Init", __LINE__);
+    if (pReserve == nullptr) {
+        IPC_ChanTblDestroy();
+        IPC_NodeTblDestroy();
+        return IPC_ERR_NO_MEMORY;
+    }
+    g_pstIpcReserveMsg = IPC_HeadOf(pReserve);
+    return IPC_OK;
+}
+
+void IPC_TablesDestroy() {
+    IPC_FreeMsg(reinterpret_cast<u8 *>(g_pstIpcReserveMsg) + IPC_MSG_HEAD_LEN);
+    g_pstIpcReserveMsg = nullptr;
+    IPC_ChanTblDestroy();
+    IPC_NodeTblDestroy();
+}
+
+} // namespace
+} // namespace zol::ipc
+
+using namespace zol::ipc;
+
+extern "C" {
+
+ZOL_EXPORT u32 IPC_Init(u32 ulNodeId) {
+    if (IPC_IsInit()) {
+        return IPC_ERR_ALREADY;
+    }
+    if (IPC_NodeProcIdx(ulNodeId) >= IPC_MAX_PROC_NUM) {
+        return IPC_ERR_PARAM;
+    }
+    g_ulIpcSelfNodeId = ulNodeId;
+    (void)memset_s(g_astIpcConnNotify, sizeof(g_astIpcConnNotify), 0, sizeof(g_astIpcConnNotify));
+    const u32 ulTblRet = IPC_TablesInit(ulNodeId);
+    if (ulTblRet != IPC_OK) {
+        return ulTblRet;
+    }
+    // The OM service is started even without a poll set: it reports its own failure to register.
+    const u32 ulPollRet = IPC_PollTaskCreate();
+    const u32 ulOmRet = zol::diag::ZOL_OmServiceStart(g_iIpcEpollFd);
+    if (ulPollRet + ulOmRet != IPC_OK) {
+        IPC_TablesDestroy();
+        return ulPollRet + ulOmRet;
+    }
+    __atomic_store_n(&g_ulIpcInitFlag, 1u, __ATOMIC_RELEASE);
+    return IPC_OK;
+}
+
+ZOL_EXPORT u32 IPC_SetAckMsgQueLen(u32 ulLen) {
+    if (ulLen == 0 || ulLen > IPC_ACK_QUE_LEN_MAX) {
+        return IPC_ERR_ALREADY;
+    }
+    g_ulIpcAckMsgQueLen = ulLen;
+    return IPC_OK;
+}
+
+ZOL_EXPORT u32 IPC_RegConnectNofity(IPC_CONN_NOTIFY_PF pfNotify) {
+    if (pfNotify == nullptr) {
+        return IPC_ERR_PARAM;
+    }
+    for (IPC_CONN_NOTIFY_S &stEntry : g_astIpcConnNotify) {
+        if (stEntry.ulUsed != 1) {
+            stEntry.ulUsed = 1;
+            stEntry.pfNotify = pfNotify;
+            return IPC_OK;
+        }
+    }
+    IPC_AddErrStat(IPC_MAX_REGISTER_ERR);
+    return IPC_ERR_ALREADY;
+}
+
+} // extern "C"
