@@ -15,10 +15,6 @@ IPC_MSG_HEAD_S *g_pstIpcReserveMsg = nullptr;
 
 namespace {
 
-IPC_MSG_HEAD_S *IPC_HeadOf(void *pMsg) {
-    return reinterpret_cast<IPC_MSG_HEAD_S *>(static_cast<u8 *>(pMsg) - IPC_MSG_HEAD_LEN);
-}
-
 // Registry, channel table and reserve message; all or nothing.
 u32 IPC_TablesInit(u32 ulNodeId) {
     if (IPC_NodeTblInit(ulNodeId) != IPC_OK) {
@@ -35,12 +31,12 @@ u32 IPC_TablesInit(u32 ulNodeId) {
         IPC_NodeTblDestroy();
         return IPC_ERR_NO_MEMORY;
     }
-    g_pstIpcReserveMsg = IPC_HeadOf(pReserve);
+    g_pstIpcReserveMsg = MsgHead(pReserve);
     return IPC_OK;
 }
 
 void IPC_TablesDestroy() {
-    IPC_FreeMsg(reinterpret_cast<u8 *>(g_pstIpcReserveMsg) + IPC_MSG_HEAD_LEN);
+    IPC_FreeMsg(MsgPayload(g_pstIpcReserveMsg));
     g_pstIpcReserveMsg = nullptr;
     IPC_ChanTblDestroy();
     IPC_NodeTblDestroy();
@@ -68,7 +64,7 @@ ZOL_EXPORT u32 IPC_Init(u32 ulNodeId) {
     }
     // The OM service is started even without a poll set: it reports its own failure to register.
     const u32 ulPollRet = IPC_PollTaskCreate();
-    const u32 ulOmRet = zol::diag::ZOL_OmServiceStart(g_iIpcEpollFd);
+    const u32 ulOmRet = zol::diag::ZOL_OmServiceStart(g_iIpcEpollFd.load());
     if (ulPollRet + ulOmRet != IPC_OK) {
         IPC_TablesDestroy();
         return ulPollRet + ulOmRet;

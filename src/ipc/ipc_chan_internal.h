@@ -3,14 +3,12 @@
 #ifndef ZOL_IPC_CHAN_INTERNAL_H
 #define ZOL_IPC_CHAN_INTERNAL_H
 
+#include "ipc/ipc_internal.h"
+
 #include "zol_ipc.h"
 #include "zol_ipc_chan_tmp.h"
 
 namespace zol::ipc {
-
-// Tags of IPC's own blocks for the memory accounting: the tables, and the registry's parts.
-inline constexpr const char *kIpcMemTag = "src/ipc/ipc";
-inline constexpr const char *kIpcUtilMemTag = "src/ipc/ipc_util";
 
 // Free/used map: a set bit is free. Bit i is word i/32, bit i%32; the unused high bits of the last
 // word are clear. One block of 2 + ulWordNum words.

@@ -3,7 +3,6 @@
 #include "foundation/foundation_internal.h"
 #include "foundation/log_points.h"
 #include "ipc/ipc_chan_internal.h"
-#include "ipc/ipc_core_tmp.h"
 
 #include "bounds_checked.h"
 
@@ -13,7 +12,7 @@ IPC_CHAN_S *g_pstIpcChanTbl = nullptr;
 
 u32 IPC_ChanTblInit() {
     const u32 ulSize = IPC_MAX_CHAN_NUM * static_cast<u32>(sizeof(IPC_CHAN_S));
-    auto *pstTbl = static_cast<IPC_CHAN_S *>(ZOL_MemAlloc(kModIpc, ulSize, kIpcMemTag, __LINE__));
+    auto *pstTbl = static_cast<IPC_CHAN_S *>(ZOL_MemAlloc(kModIpc, ulSize, kFileIpc, __LINE__));
     if (pstTbl == nullptr) {
         return IPC_ERR_NO_MEMORY;
     }
@@ -24,7 +23,7 @@ u32 IPC_ChanTblInit() {
 
 void IPC_ChanTblDestroy() {
     if (g_pstIpcChanTbl != nullptr) {
-        (void)ZOL_MemFree(g_pstIpcChanTbl, kIpcMemTag, __LINE__);
+        (void)ZOL_MemFree(g_pstIpcChanTbl, kFileIpc, __LINE__);
         g_pstIpcChanTbl = nullptr;
     }
 }

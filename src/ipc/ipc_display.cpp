@@ -1,10 +1,8 @@
 // The IPC diagnostic displays of "get-ipc-info": connections, error counters, node details and channel
 // traffic, written as text tables into the command service's buffer. They only read IPC state.
 #include "foundation/foundation_internal.h"
+#include "ipc/ipc_byteorder.h"
 #include "ipc/ipc_chan_internal.h"
-#include "ipc/ipc_core_tmp.h"
-
-#include <arpa/inet.h>
 
 #include "ruk_str.h"
 
@@ -37,7 +35,7 @@ const char *IPC_LinkText(const IPC_NODE_S *pstNode) {
 // Dotted text of a network-order address, in a zeroed buffer of 20 bytes.
 struct IpcAddrText {
     char szText[20] = {};
-    explicit IpcAddrText(u32 ulNetAddr) { (void)RUK_IpAddrToStr(ntohl(ulNetAddr), szText); }
+    explicit IpcAddrText(u32 ulNetAddr) { (void)RUK_IpAddrToStr(NetToHost32(ulNetAddr), szText); }
 };
 
 // Calls pfVisit for every node record but the own one, in registry order, until it returns false.
@@ -115,7 +113,7 @@ u32 IPC_ShowError(char *pcBuf, u32 ulBufLen) {
     IpcText stText{pcBuf, ulBufLen, 0};
     bool bAny = false;
     for (u32 ulIdx = 0; ulIdx < IPC_ERR_STAT_NUM; ulIdx++) {
-        const u32 ulCount = IPC_StatRead(&g_astIpcErrStat[ulIdx].ulCount);
+        const u32 ulCount = IpcErrStatCount(ulIdx);
         if (ulCount == 0) {
             continue;
         }

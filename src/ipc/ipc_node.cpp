@@ -10,9 +10,9 @@ namespace zol::ipc {
 namespace {
 
 void *IPC_UtilAllocZero(u32 ulSize, u32 ulLine) {
-    void *pMem = ZOL_MemAlloc(kModIpc, ulSize, kIpcUtilMemTag, ulLine);
+    void *pMem = ZOL_MemAlloc(kModIpc, ulSize, kFileIpcUtil, ulLine);
     if (pMem != nullptr && memset_s(pMem, ulSize, 0, ulSize) != BC_EOK) {
-        (void)ZOL_MemFree(pMem, kIpcUtilMemTag, ulLine);
+        (void)ZOL_MemFree(pMem, kFileIpcUtil, ulLine);
         return nullptr;
     }
     return pMem;
@@ -20,15 +20,8 @@ void *IPC_UtilAllocZero(u32 ulSize, u32 ulLine) {
 
 void IPC_UtilFree(void *pMem, u32 ulLine) {
     if (pMem != nullptr) {
-        (void)ZOL_MemFree(pMem, kIpcUtilMemTag, ulLine);
+        (void)ZOL_MemFree(pMem, kFileIpcUtil, ulLine);
     }
-}
-
-void IPC_ListInitEmpty(IPC_MSG_LIST_S *pstList) {
-    pstList->stHead.pNext = &pstList->stHead;
-    pstList->stHead.pData = nullptr;
-    pstList->pTail = &pstList->stHead;
-    pstList->ulCount = 0;
 }
 
 IPC_NODE_GROUP_S *IPC_CreateNodeGroup(u32 ulLocIdx) {
@@ -54,7 +47,7 @@ IPC_BITMAP_S *g_pstIpcGroupBitmap = nullptr;
 IPC_BITMAP_S *IPC_BitmapCreate(u32 ulBitNum) {
     const u32 ulWordNum = (ulBitNum + 31u) / 32u;
     const u32 ulSize = (2u + ulWordNum) * static_cast<u32>(sizeof(u32));
-    auto *pstBitmap = static_cast<IPC_BITMAP_S *>(ZOL_MemAlloc(kModIpc, ulSize, kIpcUtilMemTag, __LINE__));
+    auto *pstBitmap = static_cast<IPC_BITMAP_S *>(ZOL_MemAlloc(kModIpc, ulSize, kFileIpcUtil, __LINE__));
     if (pstBitmap == nullptr) {
         return nullptr;
     }
@@ -110,8 +103,8 @@ IPC_NODE_S *IPC_CreateNode(u32 ulNodeId) {
     }
     IPC_BitmapSetUsed(pstGroup->pstSlotBitmap, ulProcIdx);
     pstGroup->apstNode[ulProcIdx] = pstNode;
-    IPC_ListInitEmpty(&pstNode->stSendMsgList);
-    IPC_ListInitEmpty(&pstNode->stRecvMsgList);
+    IpcInitMsgList(&pstNode->stSendMsgList);
+    IpcInitMsgList(&pstNode->stRecvMsgList);
     pstNode->ulNodeId = ulNodeId;
     pstNode->ulSendSeq = 1;
     pstNode->ulAckSeq = 1;
@@ -134,7 +127,7 @@ void IPC_FreeNodeGroup(u32 ulNodeId) {
 
 u32 IPC_NodeTblInit(u32 ulSelfNodeId) {
     const u32 ulTblSize = IPC_NODE_GROUP_NUM * static_cast<u32>(sizeof(IPC_NODE_GROUP_S *));
-    g_ppstIpcNodeTbl = static_cast<IPC_NODE_GROUP_S **>(ZOL_MemAlloc(kModIpc, ulTblSize, kIpcMemTag, __LINE__));
+    g_ppstIpcNodeTbl = static_cast<IPC_NODE_GROUP_S **>(ZOL_MemAlloc(kModIpc, ulTblSize, kFileIpc, __LINE__));
     if (g_ppstIpcNodeTbl == nullptr) {
         return IPC_ERR_NO_MEMORY;
     }
@@ -163,7 +156,7 @@ void IPC_NodeTblDestroy() {
             IPC_UtilFree(pstGroup, __LINE__);
             g_ppstIpcNodeTbl[ulLoc] = nullptr;
         }
-        (void)ZOL_MemFree(g_ppstIpcNodeTbl, kIpcMemTag, __LINE__);
+        (void)ZOL_MemFree(g_ppstIpcNodeTbl, kFileIpc, __LINE__);
     }
     IPC_BitmapDestroy(g_pstIpcGroupBitmap);
     g_ppstIpcNodeTbl = nullptr;

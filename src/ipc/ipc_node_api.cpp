@@ -1,5 +1,6 @@
 // Exported queries and settings on nodes: own id and address, reachability, link status, send window.
 #include "foundation/log_points.h"
+#include "ipc/ipc_byteorder.h"
 #include "ipc/ipc_chan_internal.h"
 
 #include <arpa/inet.h>
@@ -45,7 +46,7 @@ ZOL_EXPORT u32 IPC_SetServerPara(const char *pcIpAddr, u16 usPort) {
         return IPC_ERR_PARAM;
     }
     pstSelf->ulIpAddr = inet_addr(pcIpAddr);
-    pstSelf->usPort = htons(usPort);
+    pstSelf->usPort = HostToNet16(usPort);
     return IPC_OK;
 }
 

@@ -1,57 +1,14 @@
 // Sending and delivery within the own node: the checks of IPC_Send, the header in network order, the
 // receiver's copy, the hand-overs to the destination and back to the source channel, and their counts.
 #include "foundation/log_points.h"
+#include "ipc/ipc_byteorder.h"
 #include "ipc/ipc_chan_internal.h"
-#include "ipc/ipc_core_tmp.h"
-
-#include <arpa/inet.h>
 
 #include "bounds_checked.h"
 #include "ruk_queue.h"
-#include "ruk_task.h"
 
 namespace zol::ipc {
 namespace {
-
-// The five routing fields of a header, always in host order here.
-struct IpcRoute {
-    u32 ulSrcNode;
-    u32 ulDstNode;
-    u32 ulSrcChan;
-    u32 ulDstChan;
-    u32 ulLen;
-};
-
-// The only places where the routing fields change byte order: IPC_Send stores them in network order,
-// delivery reads them back and stores them in host order for the receiver.
-void IPC_RouteStoreNet(IPC_MSG_HEAD_S *pstHead, const IpcRoute &stRoute) {
-    pstHead->ulSrcNodeId = htonl(stRoute.ulSrcNode);
-    pstHead->ulDstNodeId = htonl(stRoute.ulDstNode);
-    pstHead->usSrcChanId = htons(static_cast<u16>(stRoute.ulSrcChan));
-    pstHead->usDstChanId = htons(static_cast<u16>(stRoute.ulDstChan));
-    pstHead->ulMsgLen = htonl(stRoute.ulLen);
-}
-
-IpcRoute IPC_RouteLoadNet(const IPC_MSG_HEAD_S *pstHead) {
-    return IpcRoute{ntohl(pstHead->ulSrcNodeId), ntohl(pstHead->ulDstNodeId), ntohs(pstHead->usSrcChanId),
-                    ntohs(pstHead->usDstChanId), ntohl(pstHead->ulMsgLen)};
-}
-
-void IPC_RouteStoreHost(IPC_MSG_HEAD_S *pstHead, const IpcRoute &stRoute) {
-    pstHead->ulSrcNodeId = stRoute.ulSrcNode;
-    pstHead->ulDstNodeId = stRoute.ulDstNode;
-    pstHead->usSrcChanId = static_cast<u16>(stRoute.ulSrcChan);
-    pstHead->usDstChanId = static_cast<u16>(stRoute.ulDstChan);
-    pstHead->ulMsgLen = stRoute.ulLen;
-}
-
-IPC_MSG_HEAD_S *IPC_HeadOf(void *pMsg) {
-    return reinterpret_cast<IPC_MSG_HEAD_S *>(static_cast<u8 *>(pMsg) - IPC_MSG_HEAD_LEN);
-}
-
-void *IPC_PayloadOf(IPC_MSG_HEAD_S *pstHead) {
-    return reinterpret_cast<u8 *>(pstHead) + IPC_MSG_HEAD_LEN;
-}
 
 // The checks that leave the message untouched, in the order the callers rely on.
 u32 IPC_CheckSendPara(u32 ulSrcChan, u32 ulDstNode, u32 ulDstChan, u32 ulFlag, const void *pMsg, u32 ulLen) {
@@ -69,7 +26,7 @@ u32 IPC_CheckSendPara(u32 ulSrcChan, u32 ulDstNode, u32 ulDstChan, u32 ulFlag, c
         IPC_AddErrStat(IPC_MSG_ERR);
         return IPC_ERR_MSG;
     }
-    if ((ulFlag & IPC_SEND_FLAG_SYNC) != 0 && RUK_TaskCurrentIdGet() == g_ulIpcPollTaskId) {
+    if ((ulFlag & IPC_SEND_FLAG_SYNC) != 0 && IpcOnPollTask()) {
         IPC_AddErrStat(IPC_PARAM_ERR);
         return IPC_ERR_SYNC_ON_POLL;
     }
@@ -86,7 +43,7 @@ u32 IPC_CheckSendPara(u32 ulSrcChan, u32 ulDstNode, u32 ulDstChan, u32 ulFlag, c
 
 // Only a message its user holds may be sent; anything else is counted by what its mark says.
 u32 IPC_CheckMsgMemFlag(const IPC_MSG_HEAD_S *pstHead, u32 ulSrcChan, u32 ulDstChan, u32 ulLen) {
-    const u8 ucMark = pstHead->ucMemFlag;
+    const u8 ucMark = IpcReadMemFlag(pstHead);
     if (ucMark == IPC_MEM_USED) {
         return IPC_OK;
     }
@@ -129,19 +86,19 @@ void IPC_NotifyChan(IPC_CHAN_S *pstChan, IPC_MSG_HEAD_S *pstHead, u32 ulNotifyTy
     if (pstChan == nullptr) {
         return;
     }
-    const IpcRoute stRoute = IPC_RouteLoadNet(pstHead);
+    const IpcRouting stRoute = LoadRoutingNet(pstHead);
     const bool bRecv = ulNotifyType == IPC_NOTIFY_RECV;
-    const u32 ulOwnChan = bRecv ? stRoute.ulDstChan : stRoute.ulSrcChan;
-    const u32 ulPeerNode = bRecv ? stRoute.ulSrcNode : stRoute.ulDstNode;
-    const u32 ulPeerChan = bRecv ? stRoute.ulSrcChan : stRoute.ulDstChan;
+    const u32 ulOwnChan = bRecv ? stRoute.usDstChanId : stRoute.usSrcChanId;
+    const u32 ulPeerNode = bRecv ? stRoute.ulSrcNodeId : stRoute.ulDstNodeId;
+    const u32 ulPeerChan = bRecv ? stRoute.usSrcChanId : stRoute.usDstChanId;
     pstHead->ucMemFlag = IPC_MEM_USED;
-    IPC_RouteStoreHost(pstHead, stRoute);
+    StoreRoutingHost(pstHead, stRoute);
     const u8 ucKind = pstHead->ucSendFlag;
     // From here on the message belongs to the channel's owner, who may release it at once.
-    void *pPayload = IPC_PayloadOf(pstHead);
+    void *pPayload = MsgPayload(pstHead);
     if (pstChan->usMode == IPC_CHAN_MODE_CALLBACK) {
-        (void)pstChan->pfCallback(ulNotifyType, ulOwnChan, ulPeerNode, ulPeerChan, pPayload, stRoute.ulLen);
-    } else if (!IPC_NotifyQueue(pstChan, ulNotifyType, pPayload, stRoute.ulLen)) {
+        (void)pstChan->pfCallback(ulNotifyType, ulOwnChan, ulPeerNode, ulPeerChan, pPayload, stRoute.ulMsgLen);
+    } else if (!IPC_NotifyQueue(pstChan, ulNotifyType, pPayload, stRoute.ulMsgLen)) {
         return;
     }
     IPC_CHAN_S *pstOwn = IPC_GetChanRegCtrl(ulOwnChan);
@@ -149,15 +106,15 @@ void IPC_NotifyChan(IPC_CHAN_S *pstChan, IPC_MSG_HEAD_S *pstHead, u32 ulNotifyTy
         IPC_AddErrStat(IPC_NOTIFY_CB_NULL);
         return;
     }
-    IPC_CountDelivery(pstOwn, ulNotifyType, ucKind, stRoute.ulLen);
+    IPC_CountDelivery(pstOwn, ulNotifyType, ucKind, stRoute.ulMsgLen);
 }
 
 u32 IPC_Send2SelfNode(IPC_MSG_HEAD_S *pstHead, u32 ulFlag) {
-    IPC_CHAN_S *pstDstChan = IPC_GetChanRegCtrl(ntohs(pstHead->usDstChanId));
+    IPC_CHAN_S *pstDstChan = IPC_GetChanRegCtrl(NetToHost16(pstHead->usDstChanId));
     if (pstDstChan == nullptr) {
         return IPC_ERR_CHAN_NOT_REG;
     }
-    const u32 ulLen = ntohl(pstHead->ulMsgLen);
+    const u32 ulLen = NetToHost32(pstHead->ulMsgLen);
     if (ulLen > IPC_MAX_MSG_LEN) {
         return IPC_ERR_MSG_OWNER;
     }
@@ -167,13 +124,13 @@ u32 IPC_Send2SelfNode(IPC_MSG_HEAD_S *pstHead, u32 ulFlag) {
         return IPC_ERR_NO_MEMORY;
     }
     // Header and payload at once: the copy starts as a duplicate of the sent header (network order).
-    IPC_MSG_HEAD_S *pstCopy = IPC_HeadOf(pCopy);
+    IPC_MSG_HEAD_S *pstCopy = MsgHead(pCopy);
     (void)memcpy_s(pstCopy, ulLen + IPC_MSG_HEAD_LEN, pstHead, ulLen + IPC_MSG_HEAD_LEN);
     IPC_NotifyChan(pstDstChan, pstCopy, IPC_NOTIFY_RECV);
     if ((ulFlag & IPC_SEND_FLAG_SYNC) != 0) {
         return IPC_OK;
     }
-    IPC_NotifyChan(IPC_GetChanRegCtrl(ntohs(pstHead->usSrcChanId)), pstHead, IPC_NOTIFY_SEND_FINISH);
+    IPC_NotifyChan(IPC_GetChanRegCtrl(NetToHost16(pstHead->usSrcChanId)), pstHead, IPC_NOTIFY_SEND_FINISH);
     return IPC_OK;
 }
 
@@ -186,14 +143,15 @@ extern "C" ZOL_EXPORT u32 IPC_Send(u32 ulSrcChan, u32 ulDstNode, u32 ulDstChan, 
     if (ulRet != IPC_OK) {
         return ulRet;
     }
-    IPC_MSG_HEAD_S *pstHead = IPC_HeadOf(pMsg);
+    IPC_MSG_HEAD_S *pstHead = MsgHead(pMsg);
     ulRet = IPC_CheckMsgMemFlag(pstHead, ulSrcChan, ulDstChan, ulLen);
     if (ulRet != IPC_OK) {
         return ulRet;
     }
     IPC_ReleaseMsgCtx(pstHead);
     pstHead->ucMemFlag = IPC_MEM_SENDING;
-    IPC_RouteStoreNet(pstHead, IpcRoute{g_ulIpcSelfNodeId, ulDstNode, ulSrcChan, ulDstChan, ulLen});
+    StoreRoutingNet(pstHead, IpcRouting{g_ulIpcSelfNodeId, ulDstNode, static_cast<u16>(ulSrcChan),
+                                        static_cast<u16>(ulDstChan), ulLen});
     pstHead->ucSendFlag = 1; // delivery within the own node
     ulRet = ulDstNode == g_ulIpcSelfNodeId ? IPC_Send2SelfNode(pstHead, ulFlag) : IPC_ERR_UNREACHABLE;
     if (ulRet != IPC_OK) {
