@@ -64,7 +64,7 @@ ZOL_EXPORT u32 IPC_Init(u32 ulNodeId) {
     }
     // The OM service is started even without a poll set: it reports its own failure to register.
     const u32 ulPollRet = IPC_PollTaskCreate();
-    const u32 ulOmRet = zol::diag::ZOL_OmServiceStart(g_iIpcEpollFd.load());
+    const u32 ulOmRet = zol::diag::ZOL_OmCmdStart(g_iIpcEpollFd.load());
     if (ulPollRet + ulOmRet != IPC_OK) {
         IPC_TablesDestroy();
         return ulPollRet + ulOmRet;

@@ -5,7 +5,7 @@
 #include "zol_types.h"
 
 namespace zol::diag {
-u32 ZOL_OmServiceStart(s32 iEpollFd);
+u32 ZOL_OmCmdStart(s32 iEpollFd);
 }
 
 #endif
