@@ -20,8 +20,8 @@ extern u32 m_aulTaskPrio[];
  * than 15 characters are cut for the kernel but kept whole by RUK_GetTaskName. ulPara1 and ulPara2
  * (stack size and options on the device) are accepted and ignored. Does not block.
  * RUK_ERR_PARAM for a null name, id pointer or entry; RUK_ERR_SYSTEM if the thread cannot start. */
-u32 RUK_TaskCreate(const char *pcName, u32 *pulTaskId, RUK_TASK_ENTRY_PF pfEntry, u32 ulPrio, u32 ulPara1,
-                   u32 ulPara2, uintptr_t auArgs[4]);
+u32 RUK_TaskCreate(const char *pcName, u32 *pulTaskId, RUK_TASK_ENTRY_PF pfEntry, u32 ulPrio, u32 ulPara1, u32 ulPara2,
+                   uintptr_t auArgs[4]);
 
 /* Id of the calling task. A thread the platform did not create is given an id (and an event set) on its
  * first call, named by its kernel thread name. Never 0. */

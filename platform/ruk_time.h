@@ -9,13 +9,13 @@ extern "C" {
 #endif
 
 typedef struct {
-    u16 usYear;   /* e.g. 2026 */
-    u8 ucMonth;   /* 1..12 */
-    u8 ucDate;    /* 1..31 */
-    u8 ucHour;    /* 0..23 */
-    u8 ucMinute;  /* 0..59 */
-    u8 ucSecond;  /* 0..60 */
-    u8 ucWeek;    /* 0 = Sunday */
+    u16 usYear;  /* e.g. 2026 */
+    u8 ucMonth;  /* 1..12 */
+    u8 ucDate;   /* 1..31 */
+    u8 ucHour;   /* 0..23 */
+    u8 ucMinute; /* 0..59 */
+    u8 ucSecond; /* 0..60 */
+    u8 ucWeek;   /* 0 = Sunday */
     u32 ulMillisecond;
 } RUK_DATE_TIME_S;
 

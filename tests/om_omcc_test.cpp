@@ -1,0 +1,277 @@
+// The stand-in OM client and framework: strict document parsing and lookups, the frame protocol seen
+// from a fake framework, hostile input to the client, and zol_omd routing between real peers.
+#include <atomic>
+#include <cstdio>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <random>
+#include <string>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <thread>
+#include <unistd.h>
+
+#include "omcc.h"
+#include "omcc_frame.h"
+#include "standin_ctl.h"
+
+#include "om_spawn.h"
+
+namespace {
+
+const std::string kProc = "/korvex-diagnose:diagnose/korvex-diagnose-zol:zol/processes/process[process-id=%u]";
+
+std::string ProcPath(u32 pid) {
+    char buf[160];
+    std::snprintf(buf, sizeof buf, kProc.c_str(), pid);
+    return buf;
+}
+
+std::string JsonDoc(u32 pid, const std::string &body) {
+    return "{\"korvex-diagnose:diagnose\":{\"korvex-diagnose-zol:zol\":{\"processes\":{\"process\":[{\"process-id\":" +
+           std::to_string(pid) + body + "}]}}}}";
+}
+
+std::string XmlDoc(u32 pid, const std::string &body) {
+    return "<diagnose xmlns=\"urn:korvex:yang:korvex-diagnose\"><zol xmlns=\"urn:korvex:yang:korvex-diagnose-zol\">"
+           "<processes><process><process-id>" +
+           std::to_string(pid) + "</process-id>" + body + "</process></processes></zol></diagnose>";
+}
+
+OMCC_DOC_S *Parse(const std::string &text) {
+    OMCC_BYTES_S b{reinterpret_cast<const u8 *>(text.data()), text.size()};
+    return omcc_parse_bytes(nullptr, &b);
+}
+
+// Type leaf of a command below the process node, or a marker of what was missing.
+std::string TypeOf(const std::string &text, u32 pid, const char *pcCmd) {
+    OMCC_DOC_S *doc = Parse(text);
+    if (doc == nullptr) {
+        return "<no doc>";
+    }
+    std::string out = "<no process>";
+    OMCC_NODE_S *proc = omcc_find_node(omcc_doc_root(doc), ProcPath(pid).c_str());
+    OMCC_NODE_S *cmd = proc != nullptr ? omcc_find_node(proc, pcCmd) : nullptr;
+    const char *type = nullptr;
+    if (proc != nullptr) {
+        out = cmd == nullptr ? "<no cmd>" : "<no type " + std::to_string(omcc_parse_str(cmd, "type", &type)) + ">";
+    }
+    if (type != nullptr) {
+        out = type;
+    }
+    omcc_free_doc(doc);
+    return out;
+}
+
+TEST(OmccDoc, ParsesJsonAndXmlAndFindsNodes) {
+    EXPECT_EQ(TypeOf(JsonDoc(123, ",\"get-ipc-info\":{\"type\":\"packet\"}"), 123, "get-ipc-info"), "packet");
+    EXPECT_EQ(TypeOf(XmlDoc(77, "<get-rpc-info><type>error</type></get-rpc-info>"), 77, "get-rpc-info"), "error");
+    EXPECT_EQ(TypeOf("  \n" + XmlDoc(77, "<get-rpc-info/>"), 77, "get-rpc-info"), "<no type 2>");
+    // Both commands, and each found by its own name; the other command is absent.
+    std::string both = JsonDoc(9, ",\"get-ipc-info\":{\"type\":\"a\"},\"get-rpc-info\":{\"type\":\"b\"}");
+    EXPECT_EQ(TypeOf(both, 9, "get-ipc-info"), "a");
+    EXPECT_EQ(TypeOf(both, 9, "get-rpc-info"), "b");
+    EXPECT_EQ(TypeOf(JsonDoc(9, ",\"get-ipc-info\":{}"), 9, "get-rpc-info"), "<no cmd>");
+    // Another process's entry is not this one's, though libyang matches the path up to "processes".
+    EXPECT_EQ(TypeOf(JsonDoc(9, ",\"get-ipc-info\":{}"), 10, "get-ipc-info"), "<no process>");
+    EXPECT_EQ(TypeOf(JsonDoc(4294967295u, ",\"get-ipc-info\":{\"type\":\"x\"}"), 4294967295u, "get-ipc-info"), "x");
+}
+
+TEST(OmccDoc, RefusesWhatTheModelsDoNotAllow) {
+    EXPECT_EQ(TypeOf(JsonDoc(1, ",\"get-ipc-info\":{\"type\":\"a\",\"bogus\":1}"), 1, "get-ipc-info"), "<no doc>");
+    EXPECT_EQ(TypeOf(XmlDoc(1, "<get-ipc-info><bogus/></get-ipc-info>"), 1, "get-ipc-info"), "<no doc>");
+    EXPECT_EQ(TypeOf("{\"no-such-module:x\":{}}", 1, "get-ipc-info"), "<no doc>");
+    EXPECT_EQ(TypeOf(JsonDoc(1, ",\"get-ipc-info\":{\"type\":\"\"}"), 1, "get-ipc-info"), "<no doc>"); // length 1..64
+    std::string quotedId = JsonDoc(1, "").replace(JsonDoc(1, "").find(":1"), 2, ":\"1\"");
+    EXPECT_EQ(TypeOf(quotedId, 1, "get-ipc-info"), "<no doc>");
+    EXPECT_EQ(TypeOf("{\"korvex-diagnose:diagnose\":", 1, "get-ipc-info"), "<no doc>");
+    EXPECT_EQ(TypeOf(std::string("{\0}", 3), 1, "get-ipc-info"), "<no doc>");
+    for (const char *framing : {"", "{} x", "{}}", "{}{}", "{\"a\":\"}"}) {
+        EXPECT_EQ(TypeOf(framing, 1, "get-ipc-info"), "<no doc>") << framing;
+    }
+    EXPECT_EQ(omcc_parse_bytes(reinterpret_cast<void *>(1), nullptr), nullptr);
+    // An empty document parses but has nothing in it.
+    OMCC_DOC_S *empty = Parse("{}");
+    ASSERT_NE(empty, nullptr);
+    EXPECT_EQ(omcc_doc_root(empty), nullptr);
+    EXPECT_EQ(omcc_find_node(omcc_doc_root(empty), ProcPath(1).c_str()), nullptr);
+    omcc_free_doc(empty);
+    const char *text = "unchanged";
+    EXPECT_EQ(omcc_parse_str(nullptr, "type", &text), OMCC_ERR_PARAM);
+    EXPECT_STREQ(text, "unchanged");
+    ASSERT_EQ(PLAT_FaultInject("omcc_parse_bytes", 0, 1), 0u);
+    EXPECT_EQ(TypeOf(JsonDoc(1, ",\"get-ipc-info\":{\"type\":\"a\"}"), 1, "get-ipc-info"), "<no doc>");
+    EXPECT_EQ(TypeOf(JsonDoc(1, ",\"get-ipc-info\":{\"type\":\"a\"}"), 1, "get-ipc-info"), "a");
+}
+
+// A framework played by the test: a listening socket and raw frames.
+class FakeFramework {
+  public:
+    FakeFramework() : path_(om_test::TempSocket("fake")) {
+        unlink(path_.c_str());
+        sockaddr_un addr{};
+        addr.sun_family = AF_UNIX;
+        std::snprintf(addr.sun_path, sizeof addr.sun_path, "%s", path_.c_str());
+        listen_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        bind(listen_, reinterpret_cast<sockaddr *>(&addr), sizeof addr);
+        listen(listen_, 4);
+        setenv(OMCC_SOCKET_ENV, path_.c_str(), 1);
+    }
+    ~FakeFramework() {
+        close(peer_);
+        close(listen_);
+        unlink(path_.c_str());
+        unsetenv(OMCC_SOCKET_ENV);
+    }
+    void Accept() { peer_ = accept(listen_, nullptr, nullptr); }
+    void SendRaw(const std::string &bytes) { ASSERT_TRUE(plat::omcc::WriteAll(peer_, bytes)); }
+    void HangUp() {
+        close(peer_);
+        peer_ = -1;
+    }
+    // The next frame from the client (waits up to 5 s); type 0 when none came.
+    plat::omcc::Frame Next() {
+        plat::omcc::Frame f;
+        for (int i = 0; i < 50; ++i) {
+            if (plat::omcc::TakeFrame(in_, f) == plat::omcc::Take::kFrame) {
+                return f;
+            }
+            pollfd p{peer_, POLLIN, 0};
+            char buf[4096];
+            ssize_t n = poll(&p, 1, 100) > 0 ? read(peer_, buf, sizeof buf) : 0;
+            in_.append(buf, n > 0 ? static_cast<size_t>(n) : 0);
+        }
+        return plat::omcc::Frame{};
+    }
+
+  private:
+    std::string path_;
+    int listen_ = -1;
+    int peer_ = -1;
+    std::string in_;
+};
+
+std::atomic<int> g_handled{0};
+std::atomic<bool> g_secondBorrowRefused{false};
+
+u32 EchoHandler(void *ctx, const OMCC_BYTES_S *req) {
+    ++g_handled;
+    OMCC_TTY_S *tty = omcc_tty_borrow(ctx, 1);
+    if (tty == nullptr) {
+        return 99;
+    }
+    g_secondBorrowRefused = omcc_tty_borrow(ctx, 1) == nullptr;
+    omcc_tty_printf(tty, "got %zu bytes: %.*s", req->zLen, static_cast<int>(req->zLen),
+                    reinterpret_cast<const char *>(req->pucData));
+    omcc_tty_return(tty);
+    return static_cast<u32>(req->zLen);
+}
+
+OMCC_SUBSCRIPTION_S Sub(const char *path) {
+    return OMCC_SUBSCRIPTION_S{path, OMCC_SUB_KIND_REQUEST, EchoHandler, {}};
+}
+
+std::string FrameOf(u16 type, u32 id, u32 arg, const std::string &payload) {
+    std::string out;
+    plat::omcc::AppendFrame(out, type, id, arg, payload.data(), payload.size());
+    return out;
+}
+
+TEST(OmccClient, TalksTheFrameProtocol) {
+    FakeFramework fw;
+    OMCC_CLIENT_S *client = omcc_client_new("Zol_test", 2);
+    ASSERT_NE(client, nullptr);
+    OMCC_SUBSCRIPTION_S a = Sub("/a"), b = Sub("/b"), bad = Sub("");
+    EXPECT_EQ(omcc_subscribe(client, &a), 0);
+    EXPECT_EQ(omcc_subscribe(client, &b), 0);
+    EXPECT_EQ(omcc_subscribe(client, &bad), OMCC_ERR_PARAM);
+    bad = Sub("/c");
+    bad.ullKind = 1;
+    EXPECT_EQ(omcc_subscribe(client, &bad), OMCC_ERR_PARAM);
+    EXPECT_EQ(omcc_run(client, 0), -OMCC_ERR_STATE);
+    int fd = omcc_connect(client, 0);
+    ASSERT_GE(fd, 0);
+    EXPECT_EQ(omcc_connect(client, 0), -OMCC_ERR_STATE);
+    fw.Accept();
+    EXPECT_EQ(omcc_activate(client, 0, 0, 0), 0);
+    plat::omcc::Frame f = fw.Next();
+    EXPECT_EQ(f.usType, OMCC_FRAME_HELLO);
+    EXPECT_EQ(f.ulArg, static_cast<u32>(getpid()));
+    EXPECT_EQ(f.payload, "Zol_test");
+    EXPECT_EQ(fw.Next().payload, "/a");
+    EXPECT_EQ(fw.Next().payload, "/b");
+    EXPECT_EQ(omcc_run(client, 0), 0); // nothing arrived yet
+    // A request split across two writes is served once it is whole.
+    std::string req = FrameOf(OMCC_FRAME_REQUEST, 42, 1, "hello");
+    fw.SendRaw(req.substr(0, 10));
+    EXPECT_EQ(omcc_run(client, 0), 0);
+    fw.SendRaw(req.substr(10) + FrameOf(OMCC_FRAME_OUTPUT, 1, 0, "ignored by clients"));
+    EXPECT_EQ(omcc_run(client, 0), 1);
+    EXPECT_TRUE(g_secondBorrowRefused);
+    f = fw.Next();
+    EXPECT_EQ(f.usType, OMCC_FRAME_OUTPUT);
+    EXPECT_EQ(f.ulId, 42u);
+    EXPECT_EQ(f.payload, "got 5 bytes: hello");
+    f = fw.Next();
+    EXPECT_EQ(f.usType, OMCC_FRAME_END);
+    EXPECT_EQ(f.ulArg, 5u);
+    fw.HangUp();
+    EXPECT_EQ(omcc_run(client, 0), -OMCC_ERR_IO);
+    omcc_disconnect(client);
+    EXPECT_EQ(omcc_tty_borrow(&a, 1), nullptr); // not a request context
+}
+
+// Each hostile stream ends in a negative run and leaves the client able to reconnect.
+TEST(OmccClient, SurvivesHostileStreams) {
+    FakeFramework fw;
+    OMCC_CLIENT_S *client = omcc_client_new("Zol_hostile", 2);
+    OMCC_SUBSCRIPTION_S a = Sub("/a");
+    ASSERT_EQ(omcc_subscribe(client, &a), 0);
+    std::mt19937 rng(7);
+    std::string random(4096, '\0');
+    for (char &c : random) {
+        c = static_cast<char>(rng());
+    }
+    const std::string huge = std::string("\xff\xff\xff\xff\x00\x03\x00\x00", 8) + std::string(8, '\0');
+    const std::string badType = FrameOf(77, 0, 0, "");
+    const std::string truncated = FrameOf(OMCC_FRAME_REQUEST, 1, 0, "abcdef").substr(0, 19);
+    const int before = g_handled.load();
+    for (const std::string *stream : std::initializer_list<const std::string *>{&huge, &badType, &random, &truncated}) {
+        const std::string &bytes = *stream;
+        ASSERT_GE(omcc_connect(client, 0), 0);
+        fw.Accept();
+        fw.SendRaw(bytes);
+        s32 rc = omcc_run(client, 0);
+        if (stream == &truncated) {
+            EXPECT_EQ(rc, 0); // waits for the rest
+            fw.HangUp();
+            rc = omcc_run(client, 0);
+        }
+        EXPECT_LT(rc, 0);
+        omcc_disconnect(client);
+        fw.HangUp();
+    }
+    EXPECT_EQ(g_handled.load(), before); // no handler ran
+}
+
+TEST(OmccClient, FailsCleanlyWithoutFrameworkAndOnInjection) {
+    setenv(OMCC_SOCKET_ENV, om_test::TempSocket("nobody").c_str(), 1);
+    OMCC_CLIENT_S *client = omcc_client_new("Zol_alone", 2);
+    ASSERT_NE(client, nullptr);
+    EXPECT_EQ(omcc_connect(client, 0), -OMCC_ERR_IO);
+    EXPECT_EQ(omcc_activate(client, 0, 0, 0), OMCC_ERR_STATE);
+    EXPECT_EQ(omcc_client_new(std::string(OMCC_NAME_MAX + 1, 'x').c_str(), 2), nullptr);
+    OMCC_SUBSCRIPTION_S a = Sub("/a");
+    for (const char *call : {"omcc_client_new", "omcc_subscribe", "omcc_connect", "omcc_activate", "omcc_run"}) {
+        ASSERT_EQ(PLAT_FaultInject(call, 0, 1), 0u);
+    }
+    EXPECT_EQ(omcc_client_new("Zol_x", 2), nullptr);
+    EXPECT_EQ(omcc_subscribe(client, &a), OMCC_ERR_INJECTED);
+    EXPECT_EQ(omcc_connect(client, 0), -OMCC_ERR_INJECTED);
+    EXPECT_EQ(omcc_activate(client, 0, 0, 0), OMCC_ERR_INJECTED);
+    EXPECT_EQ(omcc_run(client, 0), -OMCC_ERR_INJECTED);
+    EXPECT_EQ(omcc_subscribe(client, &a), 0);
+    unsetenv(OMCC_SOCKET_ENV);
+}
+
+} // namespace
