@@ -19,7 +19,7 @@ namespace {
 constexpr u32 kSelf = 0x00002001u; // location 1, process 2 (8193)
 constexpr u32 kBufLen = 32768;
 
-std::string Show(u32 (*display)(char *, u32)) {
+std::string Show(void (*display)(char *, u32)) {
     std::vector<char> buf(kBufLen, '\0');
     display(buf.data(), kBufLen);
     return std::string(buf.data());
@@ -41,7 +41,7 @@ TEST(IpcDisplayTest, BeforeInit) {
     EXPECT_EQ(Show(IPC_ShowConnectInfo), kNotUsed);
     EXPECT_EQ(Show(IPC_ShowNodeDetail), kNotUsed);
     EXPECT_EQ(Show(IPC_ShowError), "\r\nInfo: The numbers of error messages of all types are zero.");
-    EXPECT_EQ(IPC_ShowError(nullptr, kBufLen), 0u);
+    IPC_ShowError(nullptr, kBufLen); // no output, no crash
 }
 
 TEST(IpcDisplayTest, AfterInitTrafficAndRefusals) {

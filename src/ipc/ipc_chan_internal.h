@@ -134,19 +134,40 @@ IPC_NODE_S *IPC_GetNode(u32 ulNodeId); // null when the table, the group or the 
 // Channel table (ipc_channel.cpp).
 u32 IPC_ChanTblInit(); // IPC_OK or IPC_ERR_NO_MEMORY
 void IPC_ChanTblDestroy();
-u32 IPC_GetChanRegFlag(u32 ulChanId);         // 0 without a table
-IPC_CHAN_S *IPC_GetChanRegCtrl(u32 ulChanId); // registered record or null; logs an id of 48 or more
+void IPC_LogBadChanId(u32 ulChanId);
+
+// The ulRegFlag word of a channel; 0 without a table or for an id of 48 or more.
+inline u32 IPC_GetChanRegFlag(u32 ulChanId) {
+    if (g_pstIpcChanTbl == nullptr || ulChanId >= IPC_MAX_CHAN_NUM) {
+        return 0;
+    }
+    return __atomic_load_n(&g_pstIpcChanTbl[ulChanId].ulRegFlag, __ATOMIC_ACQUIRE);
+}
+
+// The registered record of a channel, or null; an id of 48 or more marks a misuse and is logged. Inline:
+// the send path looks channels up several times per message.
+inline IPC_CHAN_S *IPC_GetChanRegCtrl(u32 ulChanId) {
+    if (g_pstIpcChanTbl == nullptr) {
+        return nullptr;
+    }
+    if (ulChanId >= IPC_MAX_CHAN_NUM) {
+        IPC_LogBadChanId(ulChanId);
+        return nullptr;
+    }
+    IPC_CHAN_S *pstChan = &g_pstIpcChanTbl[ulChanId];
+    return __atomic_load_n(&pstChan->ulRegFlag, __ATOMIC_ACQUIRE) == 1 ? pstChan : nullptr;
+}
 
 // Delivery (ipc_send.cpp).
 u32 IPC_Send2SelfNode(IPC_MSG_HEAD_S *pstHead, u32 ulFlag);
 void IPC_NotifyChan(IPC_CHAN_S *pstChan, IPC_MSG_HEAD_S *pstHead, u32 ulNotifyType);
 
 // Diagnostic displays (ipc_display.cpp): write their table into pcBuf (ulBufLen bytes, zero-filled).
-u32 IPC_ShowConnectInfo(char *pcBuf, u32 ulBufLen);
-u32 IPC_ShowError(char *pcBuf, u32 ulBufLen);
-u32 IPC_ShowNodeDetail(char *pcBuf, u32 ulBufLen);
-u32 IPC_ShowNodeDetailById(char *pcBuf, u32 ulBufLen, u32 ulNodeId);
-u32 IPC_ShowPacket(char *pcBuf, u32 ulBufLen);
+void IPC_ShowConnectInfo(char *pcBuf, u32 ulBufLen);
+void IPC_ShowError(char *pcBuf, u32 ulBufLen);
+void IPC_ShowNodeDetail(char *pcBuf, u32 ulBufLen);
+void IPC_ShowNodeDetailById(char *pcBuf, u32 ulBufLen, u32 ulNodeId);
+void IPC_ShowPacket(char *pcBuf, u32 ulBufLen);
 
 } // namespace zol::ipc
 

@@ -28,22 +28,8 @@ void IPC_ChanTblDestroy() {
     }
 }
 
-u32 IPC_GetChanRegFlag(u32 ulChanId) {
-    if (g_pstIpcChanTbl == nullptr || ulChanId >= IPC_MAX_CHAN_NUM) {
-        return 0;
-    }
-    return __atomic_load_n(&g_pstIpcChanTbl[ulChanId].ulRegFlag, __ATOMIC_ACQUIRE);
-}
-
-IPC_CHAN_S *IPC_GetChanRegCtrl(u32 ulChanId) {
-    if (g_pstIpcChanTbl == nullptr) {
-        return nullptr;
-    }
-    if (ulChanId >= IPC_MAX_CHAN_NUM) {
-        ZOL_LOG_MSG(log::kIpcMsgErr, "IPC_GCRC", "ChanId is invalid", "ChanId(%u)", ulChanId);
-        return nullptr;
-    }
-    return IPC_GetChanRegFlag(ulChanId) == 1 ? &g_pstIpcChanTbl[ulChanId] : nullptr;
+void IPC_LogBadChanId(u32 ulChanId) {
+    ZOL_LOG_MSG(log::kIpcMsgErr, "IPC_GCRC", "ChanId is invalid", "ChanId(%u)", ulChanId);
 }
 
 namespace {

@@ -106,9 +106,9 @@ void IPC_ShowChanLine(IpcText &stText, u32 ulChanId, const IPC_CHAN_S *pstChan) 
 
 } // namespace
 
-u32 IPC_ShowError(char *pcBuf, u32 ulBufLen) {
+void IPC_ShowError(char *pcBuf, u32 ulBufLen) {
     if (pcBuf == nullptr) {
-        return 0;
+        return;
     }
     IpcText stText{pcBuf, ulBufLen, 0};
     bool bAny = false;
@@ -124,14 +124,13 @@ u32 IPC_ShowError(char *pcBuf, u32 ulBufLen) {
         IPC_PUT(stText, "\r\n%5u  %-54s %5u", ulIdx + 1, g_astIpcErrStat[ulIdx].pcName, ulCount);
     }
     IPC_PUT(stText, "%s", bAny ? kSep74 : "\r\nInfo: The numbers of error messages of all types are zero.");
-    return 0;
 }
 
-u32 IPC_ShowPacket(char *pcBuf, u32 ulBufLen) {
+void IPC_ShowPacket(char *pcBuf, u32 ulBufLen) {
     IpcText stText{pcBuf, ulBufLen, 0};
     if (g_pstIpcChanTbl == nullptr) {
         IPC_PUT(stText, "%s", kNotUsed);
-        return 0;
+        return;
     }
     IPC_PUT(stText, "%s\r\nSNodeID    ChId    SendOK    SendFail   RcvOK    SendByte    RecvByte    QueErr%s", kSep87,
             kSep87);
@@ -140,14 +139,13 @@ u32 IPC_ShowPacket(char *pcBuf, u32 ulBufLen) {
             IPC_ShowChanLine(stText, ulChanId, &g_pstIpcChanTbl[ulChanId]);
         }
     }
-    return 0;
 }
 
-u32 IPC_ShowConnectInfo(char *pcBuf, u32 ulBufLen) {
+void IPC_ShowConnectInfo(char *pcBuf, u32 ulBufLen) {
     IpcText stText{pcBuf, ulBufLen, 0};
     if (g_ppstIpcNodeTbl == nullptr) {
         IPC_PUT(stText, "%s", kNotUsed);
-        return 0;
+        return;
     }
     IPC_PUT(stText, "%s\r\n%-9s %-9s %-16s %-7s %-6s %-9s%s", kSep64, "SrcNodeID", "DstNodeID", "DstIP", "DstPort",
             "Status", "DownTimes", kSep64);
@@ -162,14 +160,13 @@ u32 IPC_ShowConnectInfo(char *pcBuf, u32 ulBufLen) {
     if (bAny) {
         IPC_PUT(stText, "%s", kSep64);
     }
-    return 0;
 }
 
-u32 IPC_ShowNodeDetailById(char *pcBuf, u32 ulBufLen, u32 ulNodeId) {
+void IPC_ShowNodeDetailById(char *pcBuf, u32 ulBufLen, u32 ulNodeId) {
     IpcText stText{pcBuf, ulBufLen, 0};
     if (g_ppstIpcNodeTbl == nullptr) {
         IPC_PUT(stText, "%s", kNotUsed);
-        return 0;
+        return;
     }
     bool bAny = false;
     IPC_ForEachRemoteNode([&stText, &bAny, ulNodeId](const IPC_NODE_S *pstNode) {
@@ -185,10 +182,9 @@ u32 IPC_ShowNodeDetailById(char *pcBuf, u32 ulBufLen, u32 ulNodeId) {
         IPC_PUT(stText, "%s", kSep44);
         return ulNodeId == 0;
     });
-    return 0;
 }
 
-u32 IPC_ShowNodeDetail(char *pcBuf, u32 ulBufLen) {
+void IPC_ShowNodeDetail(char *pcBuf, u32 ulBufLen) {
     return IPC_ShowNodeDetailById(pcBuf, ulBufLen, 0);
 }
 
