@@ -89,6 +89,10 @@ TEST(IpcInitPollTest, PollSetFailureIsReportedAndInitSucceedsOnce) {
     EXPECT_EQ(IPC_Init(kSelf), IPC_ERR_NO_POLL_SET);
     EXPECT_EQ(g_pstIpcChanTbl, nullptr);
     EXPECT_EQ(g_ulIpcInitFlag, 0u);
+    // A retry reuses the OM service started above, so the one task created is the poll task.
+    ASSERT_EQ(PLAT_FaultInject("RUK_TaskCreate", 0, 1), 0u);
+    EXPECT_EQ(IPC_Init(kSelf), IPC_ERR_NO_POLL_TASK);
+    EXPECT_EQ(g_pstIpcChanTbl, nullptr);
     PLAT_FaultClear();
 
     ASSERT_EQ(IPC_RegConnectNofity(NotifyStub), IPC_OK);

@@ -42,6 +42,21 @@ void IPC_TablesDestroy() {
     IPC_NodeTblDestroy();
 }
 
+// The poll task and the OM service outlive a failed initialisation. A repeated call reuses them rather
+// than starting second ones: a second OM client would subscribe this process's paths again while the
+// first one's connection task still runs. The OM service gets the poll set, or -1 when there is none
+// (its connection task then retries until a later call has made one).
+u32 IPC_StartServices() {
+    static bool s_bOmStarted = false;
+    const u32 ulPollRet = g_iIpcEpollFd.load() != -1 ? IPC_OK : IPC_PollTaskCreate();
+    u32 ulOmRet = IPC_OK;
+    if (!s_bOmStarted) {
+        ulOmRet = zol::diag::ZOL_OmCmdStart(g_iIpcEpollFd.load());
+        s_bOmStarted = ulOmRet == IPC_OK;
+    }
+    return ulPollRet + ulOmRet;
+}
+
 } // namespace
 } // namespace zol::ipc
 
@@ -62,12 +77,10 @@ ZOL_EXPORT u32 IPC_Init(u32 ulNodeId) {
     if (ulTblRet != IPC_OK) {
         return ulTblRet;
     }
-    // The OM service is started even without a poll set: it reports its own failure to register.
-    const u32 ulPollRet = IPC_PollTaskCreate();
-    const u32 ulOmRet = zol::diag::ZOL_OmCmdStart(g_iIpcEpollFd.load());
-    if (ulPollRet + ulOmRet != IPC_OK) {
+    const u32 ulSvcRet = IPC_StartServices();
+    if (ulSvcRet != IPC_OK) {
         IPC_TablesDestroy();
-        return ulPollRet + ulOmRet;
+        return ulSvcRet;
     }
     __atomic_store_n(&g_ulIpcInitFlag, 1u, __ATOMIC_RELEASE);
     return IPC_OK;
