@@ -3,6 +3,8 @@
 #ifndef PLAT_FAULT_H
 #define PLAT_FAULT_H
 
+#include <atomic>
+
 namespace plat {
 
 // Every platform function that a test may make fail, by its C name. PLAT_FaultInject refuses others.
@@ -19,9 +21,21 @@ inline constexpr const char *kInjectableCalls[] = {
     "omcc_tty_borrow",
 };
 
-// True when this call of the named function must fail. Cheap when nothing is injected (one relaxed
-// atomic load), so it can sit on every hot path of the platform.
-bool FaultHit(const char *pcCall);
+// Number of call names with failures pending; zero in every process that injects nothing.
+extern std::atomic<unsigned> g_faultPendingNames;
+
+// Slow path of FaultHit: looks the name up under the table's lock.
+bool FaultHitSlow(const char *pcCall);
+
+// True when this call of the named function must fail. Inline and one relaxed load when nothing is
+// injected, so it can sit on every hot path of the platform. A test injects before the calls it
+// targets, in the same thread or ordered by its own synchronisation, so relaxed order is enough.
+inline bool FaultHit(const char *pcCall) {
+    if (__builtin_expect(g_faultPendingNames.load(std::memory_order_relaxed) == 0, 1)) {
+        return false;
+    }
+    return FaultHitSlow(pcCall);
+}
 
 } // namespace plat
 

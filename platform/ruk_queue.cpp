@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <new>
+#include <type_traits>
 
 #include "plat_fault.h"
 #include "ruk_table.h"
@@ -30,16 +31,25 @@ struct QueueRecord {
 // Queues live until the process ends; 64 Ki of them is far beyond what a process creates.
 using QueueTable = StableTable<QueueRecord, 64, 1024>;
 
-QueueTable &Queues() {
-    static QueueTable *table = new QueueTable(); // never destroyed: queues outlive static destruction
-    return *table;
-}
+// Constant-initialised and trivially destructible: no initialisation guard on the hot paths, and
+// usable by threads that still run while the process exits.
+QueueTable g_queues;
+static_assert(std::is_trivially_destructible_v<QueueTable>, "must stay usable during exit");
 
 void CopyRecord(u64 (&dst)[4], const u64 *src) {
     dst[0] = src[0];
     dst[1] = src[1];
     dst[2] = src[2];
     dst[3] = src[3];
+}
+
+// Checks the arguments of a write or read and finds the queue.
+u32 Resolve(u32 ulQueId, const u64 *pRecord, u32 ulMode, QueueRecord **ppQueue) {
+    if (pRecord == nullptr || BadMode(ulMode)) {
+        return RUK_ERR_PARAM;
+    }
+    *ppQueue = g_queues.Find(ulQueId);
+    return *ppQueue != nullptr ? RUK_OK : RUK_ERR_NOT_FOUND;
 }
 
 } // namespace
@@ -59,7 +69,7 @@ extern "C" u32 RUK_Que_Create(const char *pcName, u32 ulDepth, u32 ulFlags, u32 
         return RUK_ERR_NOMEM;
     }
     u32 id = 0;
-    plat::QueueRecord *queue = plat::Queues().Add(&id);
+    plat::QueueRecord *queue = plat::g_queues.Add(&id);
     if (queue == nullptr) {
         return RUK_ERR_NOMEM;
     }
@@ -74,12 +84,10 @@ extern "C" u32 RUK_Que_Write(u32 ulQueId, const u64 aullMsg[4], u32 ulMode, u32 
     if (plat::FaultHit("RUK_Que_Write")) {
         return RUK_ERR_INJECTED;
     }
-    if (aullMsg == nullptr || plat::BadMode(ulMode)) {
-        return RUK_ERR_PARAM;
-    }
-    plat::QueueRecord *queue = plat::Queues().Find(ulQueId);
-    if (queue == nullptr) {
-        return RUK_ERR_NOT_FOUND;
+    plat::QueueRecord *queue = nullptr;
+    u32 check = plat::Resolve(ulQueId, aullMsg, ulMode, &queue);
+    if (check != RUK_OK) {
+        return check;
     }
     std::unique_lock<std::mutex> lock(queue->lock);
     u32 rc = plat::WaitUntil(lock, queue->notFull, queue->writersWaiting, ulMode, ulTimeout, RUK_ERR_FULL,
@@ -102,12 +110,10 @@ extern "C" u32 RUK_Que_Read(u32 ulQueId, u64 aullMsg[4], u32 ulMode, u32 ulTimeo
     if (plat::FaultHit("RUK_Que_Read")) {
         return RUK_ERR_INJECTED;
     }
-    if (aullMsg == nullptr || plat::BadMode(ulMode)) {
-        return RUK_ERR_PARAM;
-    }
-    plat::QueueRecord *queue = plat::Queues().Find(ulQueId);
-    if (queue == nullptr) {
-        return RUK_ERR_NOT_FOUND;
+    plat::QueueRecord *queue = nullptr;
+    u32 check = plat::Resolve(ulQueId, aullMsg, ulMode, &queue);
+    if (check != RUK_OK) {
+        return check;
     }
     std::unique_lock<std::mutex> lock(queue->lock);
     u32 rc = plat::WaitUntil(lock, queue->notEmpty, queue->readersWaiting, ulMode, ulTimeout, RUK_ERR_EMPTY,

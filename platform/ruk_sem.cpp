@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <new>
+#include <type_traits>
 
 #include "plat_fault.h"
 #include "ruk_wait.h"
@@ -84,15 +85,15 @@ class SemTable {
     std::atomic<SemSlot *> chunks_[(kMaxSlots + kSlotsPerChunk - 1) / kSlotsPerChunk] = {};
 };
 
-SemTable &Sems() {
-    static SemTable *table = new SemTable(); // never destroyed: semaphores may be used during exit
-    return *table;
-}
+// Constant-initialised and trivially destructible: no initialisation guard on the hot paths, and
+// usable by threads that still run while the process exits.
+SemTable g_sems;
+static_assert(std::is_trivially_destructible_v<SemTable>, "must stay usable during exit");
 
 // The slot of an id, locked, when the id names a live semaphore; otherwise null and nothing locked.
 SemSlot *LockLive(u32 ulSmId, std::unique_lock<std::mutex> &lock) {
     u32 low = ulSmId & kIndexMask;
-    SemSlot *slot = low != 0 ? Sems().Slot(low - 1) : nullptr;
+    SemSlot *slot = low != 0 ? g_sems.Slot(low - 1) : nullptr;
     if (slot == nullptr) {
         return nullptr;
     }
@@ -116,11 +117,11 @@ extern "C" u32 RUK_Sm_Create(const char *pcName, u32 ulCount, u32 ulOption, u32 
     if (pulSmId == nullptr) {
         return RUK_ERR_PARAM;
     }
-    u32 index = plat::Sems().Take();
+    u32 index = plat::g_sems.Take();
     if (index == plat::kNoSlot) {
         return RUK_ERR_NOMEM;
     }
-    plat::SemSlot *slot = plat::Sems().Slot(index);
+    plat::SemSlot *slot = plat::g_sems.Slot(index);
     std::lock_guard<std::mutex> guard(slot->lock);
     slot->live = true;
     slot->count = ulCount;
@@ -144,7 +145,7 @@ extern "C" u32 RUK_Sm_Delete(u32 ulSmId) {
     if (waiters) {
         slot->cond.notify_all(); // the last of them gives the slot back
     } else {
-        plat::Sems().Give((ulSmId & plat::kIndexMask) - 1);
+        plat::g_sems.Give((ulSmId & plat::kIndexMask) - 1);
     }
     return RUK_OK;
 }
@@ -168,7 +169,7 @@ extern "C" u32 RUK_Sm_P(u32 ulSmId, u32 ulMode, u32 ulTimeout) {
         bool last = slot->waiters == 0;
         lock.unlock();
         if (last) {
-            plat::Sems().Give((ulSmId & plat::kIndexMask) - 1);
+            plat::g_sems.Give((ulSmId & plat::kIndexMask) - 1);
         }
         return RUK_ERR_DELETED;
     }

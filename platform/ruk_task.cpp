@@ -6,6 +6,7 @@
 #include <pthread.h>
 #include <sched.h>
 #include <time.h>
+#include <type_traits>
 
 #include "plat_fault.h"
 #include "ruk_table.h"
@@ -21,10 +22,10 @@ namespace {
 // Up to 256 Ki tasks over the life of a process (adopted threads included).
 using TaskTable = StableTable<TaskRecord, 256, 1024>;
 
-TaskTable &Tasks() {
-    static TaskTable *table = new TaskTable(); // never destroyed: tasks may run during exit
-    return *table;
-}
+// Constant-initialised and trivially destructible: no initialisation guard on the hot paths, and
+// usable by threads that still run while the process exits.
+TaskTable g_tasks;
+static_assert(std::is_trivially_destructible_v<TaskTable>, "must stay usable during exit");
 
 // Answer of RUK_TaskCurrentIdGet once the table is exhausted: non-zero, never resolvable.
 constexpr u32 kOverflowTaskId = 0xFFFFFFFFu;
@@ -56,7 +57,7 @@ TaskRecord *NewTask(const char *pcName, u32 ulPrio, RUK_TASK_ENTRY_PF pfEntry, c
         return nullptr;
     }
     u32 id = 0;
-    TaskRecord *task = Tasks().Add(&id);
+    TaskRecord *task = g_tasks.Add(&id);
     if (task == nullptr) {
         delete[] name;
         return nullptr;
@@ -103,7 +104,7 @@ TaskRecord *CurrentTask() {
 }
 
 TaskRecord *FindTask(u32 ulTaskId) {
-    return Tasks().Find(ulTaskId);
+    return g_tasks.Find(ulTaskId);
 }
 
 void NoteBlocked() {

@@ -28,8 +28,6 @@ FaultTable &Table() {
     return *table;
 }
 
-// Number of names with failures pending; lets FaultHit skip the lock when nothing is injected.
-std::atomic<u32> g_pendingNames{0};
 
 bool IsKnown(const char *pcCall) {
     for (const char *name : kInjectableCalls) {
@@ -42,10 +40,9 @@ bool IsKnown(const char *pcCall) {
 
 } // namespace
 
-bool FaultHit(const char *pcCall) {
-    if (g_pendingNames.load(std::memory_order_acquire) == 0) {
-        return false;
-    }
+std::atomic<unsigned> g_faultPendingNames{0};
+
+bool FaultHitSlow(const char *pcCall) {
     FaultTable &table = Table();
     std::lock_guard<std::mutex> guard(table.lock);
     auto it = table.byName.find(pcCall);
@@ -58,7 +55,7 @@ bool FaultHit(const char *pcCall) {
     }
     if (--it->second.count == 0) {
         table.byName.erase(it);
-        g_pendingNames.fetch_sub(1, std::memory_order_release);
+        g_faultPendingNames.fetch_sub(1, std::memory_order_release);
     }
     return true;
 }
@@ -74,13 +71,13 @@ extern "C" u32 PLAT_FaultInject(const char *pcCall, u32 ulSkip, u32 ulCount) {
     bool existed = table.byName.erase(pcCall) > 0;
     if (ulCount == 0) {
         if (existed) {
-            plat::g_pendingNames.fetch_sub(1, std::memory_order_release);
+            plat::g_faultPendingNames.fetch_sub(1, std::memory_order_release);
         }
         return RUK_OK;
     }
     table.byName[pcCall] = plat::Injection{ulSkip, ulCount};
     if (!existed) {
-        plat::g_pendingNames.fetch_add(1, std::memory_order_release);
+        plat::g_faultPendingNames.fetch_add(1, std::memory_order_release);
     }
     return RUK_OK;
 }
@@ -89,5 +86,5 @@ extern "C" void PLAT_FaultClear(void) {
     plat::FaultTable &table = plat::Table();
     std::lock_guard<std::mutex> guard(table.lock);
     table.byName.clear();
-    plat::g_pendingNames.store(0, std::memory_order_release);
+    plat::g_faultPendingNames.store(0, std::memory_order_release);
 }

@@ -1,0 +1,241 @@
+// The log writer through the exported API: the log-type table, the parameters of a record, the
+// repetition filter, the parameter-count rule, truncation and silent failures.
+#include "foundation_log_test.h"
+
+#include <fstream>
+#include <string>
+#include <sys/syscall.h>
+#include <thread>
+#include <unistd.h>
+
+#include "zol_foundation.h"
+
+#include "standin_ctl.h"
+
+#include "imagent_reader.h"
+#include "leak_check.h"
+
+namespace zol::test {
+namespace {
+
+class LogWriterTest : public LeakCheckedTest {
+  protected:
+    ImAgentCapture agent_;
+};
+
+std::string ReadFirstLine(const std::string &path) {
+    std::ifstream in(path);
+    std::string line;
+    std::getline(in, line);
+    return line;
+}
+
+std::string ThreadName() {
+    return ReadFirstLine("/proc/self/task/" + std::to_string(syscall(SYS_gettid)) + "/comm");
+}
+
+void Pause(int64_t ms) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+}
+
+TEST_F(LogWriterTest, EveryTypeReportsItsIdOnlyWithItsParameterCount) {
+    const char *const texts[] = {"PIN_T", "t1", "t2", "t3", "t4"};
+    for (uint8_t type = 0; type < 50; ++type) {
+        for (uint32_t textNum = 0; textNum <= 4; ++textNum) {
+            ZOL_LogPoint point = Point(type, false);
+            ZOL_WriteLog(&point, "PIN_T", texts, textNum, "type%u/n%u", type, textNum);
+        }
+    }
+    // More texts than a record can carry: the formatted text is dropped and no type matches.
+    const char *const many[13] = {"PIN_T", "a", "b", "c", "d", "e", "f", "g", "h", "i", "j", "k", "l"};
+    ZOL_LogPoint point = Point(0, false);
+    ZOL_WriteLog(&point, "PIN_T", many, 13, "x");
+
+    std::vector<ImRecord> records = agent_.Records();
+    ASSERT_EQ(records.size(), 48u) << "one record per type, only with its own parameter count";
+    for (uint8_t type = 0; type < 48; ++type) {
+        const ImRecord &record = records[type];
+        const ExpectedLogType &expected = kExpectedLogTypes[type];
+        SCOPED_TRACE(expected.name);
+        EXPECT_EQ(record.logId, expected.logId);
+        ASSERT_EQ(record.params.size(), kImFirstText + expected.paraNum);
+        EXPECT_EQ(record.Formatted(), "type" + std::to_string(type) + "/n" + std::to_string(expected.paraNum - 1));
+        for (uint32_t i = 0; i + 1 < expected.paraNum; ++i) {
+            EXPECT_EQ(record.Text(kImFirstText + i), texts[i]);
+        }
+    }
+}
+
+TEST_F(LogWriterTest, RecordCarriesIdentityThenTextsThenFormattedText) {
+    const char *const texts[] = {"IPC_SD_X", "Message check fail"};
+    ZOL_LogPoint point{0x1C, 2, kTypeIpcMsgErr, 0};
+    ZOL_WriteLog(&point, "IPC_SD_X", texts, 2, "sNode=0x%x, sChan=%d, dChan=%d, len=%d", 0x1A2u, 3, -1, 40);
+
+    std::vector<ImRecord> records = agent_.Records();
+    ASSERT_EQ(records.size(), 1u);
+    const ImRecord &record = records[0];
+    EXPECT_EQ(record.logId, 0x0EA7100Fu);
+    ASSERT_EQ(record.params.size(), 7u);
+    unsigned chassis = 0, slot = 0;
+    char tail = 0;
+    EXPECT_EQ(sscanf(record.Text(0).c_str(), "%u/%u%c", &chassis, &slot, &tail), 2) << record.Text(0);
+    EXPECT_TRUE(record.Value(1).has_value()) << "the CPU is a 32-bit value";
+    EXPECT_EQ(record.Text(2), std::to_string(getpid()) + "," + ReadFirstLine("/proc/self/comm").substr(0, 20));
+    EXPECT_EQ(record.Text(3), std::to_string(syscall(SYS_gettid)) + "," + ThreadName());
+    EXPECT_EQ(record.Text(4), "IPC_SD_X");
+    EXPECT_EQ(record.Text(5), "Message check fail");
+    EXPECT_EQ(record.Text(6), "sNode=0x1a2, sChan=3, dChan=-1, len=40");
+}
+
+TEST_F(LogWriterTest, FilterLetsOneRecordThroughPerIntervalAndCountsThem) {
+    int64_t start = NowMs();
+    for (int i = 0; i < 3; ++i) {
+        LogMsg("FLT_ONE", true, ("call" + std::to_string(i)).c_str());
+    }
+    bool quick = NowMs() - start < kWithinIntervalMs;
+    std::vector<ImRecord> records = agent_.WithTag("FLT_ONE");
+    ASSERT_GE(records.size(), 1u);
+    EXPECT_EQ(records[0].Formatted(), "call0") << "the first record of a tag carries no prefix";
+    if (quick) {
+        EXPECT_EQ(records.size(), 1u) << "calls within the interval are suppressed";
+    }
+    Pause(kPastIntervalMs);
+    agent_.Clear();
+    // The prefix counts toward the 256 bytes: 10 characters of prefix leave 245 of the text.
+    std::string longText(400, 'x');
+    start = NowMs();
+    LogMsg("FLT_ONE", true, longText.c_str());
+    LogMsg("FLT_ONE", true, "suppressed");
+    quick = NowMs() - start < kWithinIntervalMs;
+    records = agent_.WithTag("FLT_ONE");
+    ASSERT_GE(records.size(), 1u);
+    EXPECT_EQ(records[0].Formatted(), "callCnt:2," + std::string(245, 'x'));
+    if (quick) {
+        EXPECT_EQ(records.size(), 1u);
+    }
+}
+
+TEST_F(LogWriterTest, CallSitesSharingATagShareOneFilterRecord) {
+    int64_t start = NowMs();
+    LogMsg("FLT_SHARED", true, "site A", kTypeIpcMsgErr);
+    LogMsg("FLT_SHARED", true, "site B", kTypeRpcMsgErr);
+    LogMsg("FLT_OTHER", true, "other tag", kTypeRpcMsgErr);
+    bool quick = NowMs() - start < kWithinIntervalMs;
+    std::vector<ImRecord> shared = agent_.WithTag("FLT_SHARED");
+    ASSERT_GE(shared.size(), 1u);
+    EXPECT_EQ(shared[0].logId, kExpectedLogTypes[kTypeIpcMsgErr].logId);
+    if (quick) {
+        EXPECT_EQ(shared.size(), 1u) << "site B falls in the interval site A opened";
+    }
+    EXPECT_EQ(agent_.WithTag("FLT_OTHER").size(), 1u) << "another tag has a record of its own";
+
+    Pause(kPastIntervalMs);
+    agent_.Clear();
+    LogMsg("FLT_SHARED", true, "site B again", kTypeRpcMsgErr);
+    shared = agent_.WithTag("FLT_SHARED");
+    ASSERT_EQ(shared.size(), 1u);
+    EXPECT_EQ(shared[0].logId, kExpectedLogTypes[kTypeRpcMsgErr].logId);
+    EXPECT_EQ(shared[0].Formatted(), "callCnt:2,site B again");
+}
+
+TEST_F(LogWriterTest, TagsTooLongForAKeyBypassTheFilter) {
+    const std::string fits(62, 'K');    // key of 63 characters and its terminator: 64 bytes
+    const std::string tooLong(63, 'L'); // no room for the terminator
+    const std::string muchLonger(200, 'M');
+    for (int i = 0; i < 3; ++i) {
+        LogMsg(fits.c_str(), true, "fits");
+        LogMsg(tooLong.c_str(), true, "too long");
+        LogMsg(muchLonger.c_str(), true, "much longer");
+    }
+    EXPECT_GE(agent_.WithTag(fits).size(), 1u);
+    EXPECT_LE(agent_.WithTag(fits).size(), 3u);
+    for (const std::string &tag : {tooLong, muchLonger}) {
+        std::vector<ImRecord> records = agent_.WithTag(tag);
+        ASSERT_EQ(records.size(), 3u) << "reported on every call";
+        for (const ImRecord &record : records) {
+            EXPECT_EQ(record.Formatted().find("callCnt"), std::string::npos);
+        }
+    }
+}
+
+TEST_F(LogWriterTest, UnfilteredCallsAreAlwaysReportedAndLeaveTheFilterAlone) {
+    int64_t start = NowMs();
+    LogMsg("FLT_MIXED", true, "filtered");
+    for (int i = 0; i < 4; ++i) {
+        LogMsg("FLT_MIXED", false, "unfiltered");
+    }
+    LogMsg("FLT_MIXED", true, "filtered again");
+    bool quick = NowMs() - start < kWithinIntervalMs;
+    std::vector<ImRecord> records = agent_.WithTag("FLT_MIXED");
+    size_t unfiltered = 0;
+    for (const ImRecord &record : records) {
+        unfiltered += record.Formatted() == "unfiltered";
+    }
+    EXPECT_EQ(unfiltered, 4u);
+    if (quick) {
+        EXPECT_EQ(records.size(), 5u) << "the second filtered call is still within its interval";
+    }
+    Pause(kPastIntervalMs);
+    agent_.Clear();
+    LogMsg("FLT_MIXED", true, "counted");
+    records = agent_.Records();
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_EQ(records[0].Formatted(), "callCnt:2,counted") << "unfiltered calls are not counted";
+}
+
+TEST_F(LogWriterTest, FormattedTextIsCutToFitTheBuffer) {
+    std::string text(300, 'y');
+    LogMsg("TRUNC", false, text.c_str());
+    LogMsg("TRUNC", false, text.substr(0, 255).c_str());
+    std::vector<ImRecord> records = agent_.Records();
+    ASSERT_EQ(records.size(), 2u);
+    EXPECT_EQ(records[0].Formatted(), std::string(255, 'y'));
+    EXPECT_EQ(records[1].Formatted(), std::string(255, 'y'));
+}
+
+TEST_F(LogWriterTest, FailuresEndTheCallSilently) {
+    LogMsg("FAIL_ONE", true, "opens the interval");
+    ASSERT_EQ(PLAT_FaultInject("IM_Agent_AddPara", 5, 1), 0u); // the last text cannot be added
+    LogMsg("FAIL_TWO", false, "append fails");
+    ASSERT_EQ(PLAT_FaultInject("IM_Agent_ObjCreate", 0, 1), 0u);
+    LogMsg("FAIL_TWO", false, "creation fails");
+    ASSERT_EQ(PLAT_FaultInject("vsnprintf_truncated_s", 0, 1), 0u);
+    LogMsg("FAIL_TWO", false, "formatting fails");
+    ZOL_WriteLog(nullptr, "FAIL_TWO", nullptr, 0, "no point");
+    EXPECT_TRUE(agent_.WithTag("FAIL_TWO").empty());
+
+    // No filter record when its element cannot be had or added: the next call is again a first one.
+    ASSERT_EQ(PLAT_FaultInject("HASH_NewData", 0, 1), 0u);
+    LogMsg("FAIL_NEW", true, "no element");
+    ASSERT_EQ(PLAT_FaultInject("HASH_AddNode", 0, 1), 0u);
+    LogMsg("FAIL_NEW", true, "not added");
+    LogMsg("FAIL_NEW", true, "first kept");
+    std::vector<ImRecord> records = agent_.WithTag("FAIL_NEW");
+    ASSERT_EQ(records.size(), 3u);
+    for (const ImRecord &record : records) {
+        EXPECT_EQ(record.Formatted().find("callCnt"), std::string::npos) << record.Formatted();
+    }
+    // Without the lock the table is left alone and the call let through uncounted.
+    ASSERT_EQ(PLAT_FaultInject("RUK_MutexLock", 0, 1), 0u);
+    LogMsg("FAIL_ONE", true, "lock refused");
+    records = agent_.WithTag("FAIL_ONE");
+    ASSERT_EQ(records.size(), 2u);
+    EXPECT_EQ(records.back().Formatted(), "lock refused") << "let through, uncounted";
+}
+
+} // namespace
+} // namespace zol::test
+
+extern "C" int ZolFoundationUseFromC(char *pcBuf, u32 ulSize);
+
+namespace zol::test {
+namespace {
+
+TEST(FoundationCHeaderTest, HeaderIsPlainCAndEveryNameLinksFromC) {
+    char buf[16] = {0};
+    EXPECT_EQ(ZolFoundationUseFromC(buf, sizeof(buf)), 11);
+    EXPECT_STREQ(buf, "C:48");
+}
+
+} // namespace
+} // namespace zol::test

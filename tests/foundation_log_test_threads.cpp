@@ -1,0 +1,101 @@
+// Many threads logging at once: one filter table, one identity, at most one record per tag and
+// interval, and nothing lost or duplicated.
+#include <atomic>
+#include <set>
+#include <string>
+#include <sys/prctl.h>
+#include <thread>
+#include <vector>
+
+#include "foundation_log_test.h"
+#include "imagent_reader.h"
+
+namespace zol::test {
+namespace {
+
+constexpr int kThreads = 8;
+constexpr int kDistinctPerThread = 40;
+constexpr int kUnfilteredPerThread = 10;
+constexpr int64_t kRunMs = 1100; // long enough for a few intervals of the shared tags
+
+std::string Name(const char *prefix, int i, int j = -1) {
+    return prefix + std::to_string(i) + (j >= 0 ? "_" + std::to_string(j) : std::string());
+}
+
+void LogFromThread(int index, int64_t deadline, const std::atomic<bool> &go) {
+    prctl(PR_SET_NAME, Name("mtlog", index).c_str(), 0, 0, 0);
+    while (!go.load()) {
+        std::this_thread::yield();
+    }
+    for (int j = 0; j < kDistinctPerThread || NowMs() < deadline; ++j) {
+        LogMsg("MT_SHARED", true, "shared");
+        LogMsg(Name("MT_OWN", index).c_str(), true, "own");
+        if (j < kDistinctPerThread) {
+            LogMsg(Name("MT_D", index, j).c_str(), true, "distinct");
+        }
+        if (j < kUnfilteredPerThread) {
+            LogMsg("MT_UNF", false, "unfiltered");
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+}
+
+// The records of one tag carry the counts 1 (no prefix), 2, 3, ... each exactly once: a duplicate
+// shows that two threads passed in one interval, a gap that an update was lost.
+void ExpectCountChain(const std::vector<ImRecord> &records, int64_t elapsedMs, const std::string &tag) {
+    SCOPED_TRACE(tag);
+    ASSERT_FALSE(records.empty());
+    std::multiset<uint32_t> counts;
+    for (const ImRecord &record : records) {
+        uint32_t count = 1;
+        if (sscanf(record.Formatted().c_str(), "callCnt:%u,", &count) != 1) {
+            count = 1;
+        }
+        counts.insert(count);
+    }
+    uint32_t expected = 1;
+    for (uint32_t count : counts) {
+        EXPECT_EQ(count, expected++);
+    }
+    EXPECT_LE(static_cast<int64_t>(records.size()), elapsedMs / 500 + 1) << "at most one record per 500 ms";
+}
+
+TEST(LogThreadsTest, ManyThreadsLoggingAtOnceLoseAndDuplicateNothing) {
+    ImAgentCapture agent;
+    std::atomic<bool> go{false};
+    int64_t start = NowMs();
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kThreads; ++i) {
+        threads.emplace_back(LogFromThread, i, start + kRunMs, std::cref(go));
+    }
+    go.store(true);
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    int64_t elapsedMs = NowMs() - start;
+
+    std::vector<ImRecord> records = agent.Records();
+    ASSERT_FALSE(records.empty());
+    for (const ImRecord &record : records) {
+        EXPECT_EQ(record.Text(0), records[0].Text(0)) << "one identity for the process";
+        EXPECT_EQ(record.Text(2), records[0].Text(2));
+    }
+    EXPECT_EQ(RecordsWithTag(records, "MT_UNF").size(), static_cast<size_t>(kThreads * kUnfilteredPerThread));
+    ExpectCountChain(RecordsWithTag(records, "MT_SHARED"), elapsedMs, "MT_SHARED");
+    for (int i = 0; i < kThreads; ++i) {
+        ExpectCountChain(RecordsWithTag(records, Name("MT_OWN", i)), elapsedMs, Name("MT_OWN", i));
+        const std::string threadSuffix = "," + Name("mtlog", i);
+        for (int j = 0; j < kDistinctPerThread; ++j) {
+            std::vector<ImRecord> distinct = RecordsWithTag(records, Name("MT_D", i, j));
+            ASSERT_EQ(distinct.size(), 1u) << Name("MT_D", i, j);
+            const std::string thread = distinct[0].Text(3);
+            EXPECT_TRUE(thread.size() > threadSuffix.size() &&
+                        thread.compare(thread.size() - threadSuffix.size(), threadSuffix.size(), threadSuffix) == 0)
+                << "the thread identity is the logging thread's own: " << thread;
+            EXPECT_EQ(distinct[0].Formatted(), "distinct");
+        }
+    }
+}
+
+} // namespace
+} // namespace zol::test

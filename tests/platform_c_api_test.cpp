@@ -1,0 +1,12 @@
+// The stand-in platform's fixed C API compiles as written from C (companion file) and links.
+#include <gtest/gtest.h>
+
+#include "ruk_task.h"
+
+extern "C" int plat_c_api_check(void);
+extern "C" u32 plat_c_task_prio(u32 index);
+
+TEST(PlatformCApi, FixedDeclarationsCompileFromCAndResolve) {
+    EXPECT_EQ(plat_c_api_check(), 18);
+    EXPECT_EQ(plat_c_task_prio(7), m_aulTaskPrio[7]);
+}
