@@ -64,6 +64,11 @@ u32 RecordingCallback(u32 type, u32 own, u32 peerNode, u32 peerChan, void *msg, 
     return 0;
 }
 
+// The callback's arguments but the message: kind, own channel, peer node, peer channel, length.
+std::vector<u32> CallbackArgs(const Delivery &d) {
+    return {d.type, d.own, d.peerNode, d.peerChan, d.len};
+}
+
 u32 FreeingCallback(u32, u32, u32, u32, void *msg, u32) {
     IPC_FreeMsg(msg);
     return 0;
@@ -283,21 +288,14 @@ TEST_F(IpcSendTest, CallbackDeliveryThenHandBackWithHostOrderHeaders) {
 
     ASSERT_EQ(IPC_Send(3, kSelf, 4, 0, msg, 50), IPC_OK);
     ASSERT_EQ(g_seen.size(), 2u);
-    const Delivery &recv = g_seen[0];
-    EXPECT_EQ(recv.type, IPC_NOTIFY_RECV);
-    EXPECT_EQ(recv.own, 4u);
-    EXPECT_EQ(recv.peerNode, kSelf);
-    EXPECT_EQ(recv.peerChan, 3u);
-    EXPECT_NE(recv.msg, msg);
-    EXPECT_EQ(recv.len, 50u);
-    EXPECT_EQ(recv.payload, std::vector<u8>(sent.begin(), sent.begin() + 50));
-    const Delivery &back = g_seen[1];
-    EXPECT_EQ(back.type, IPC_NOTIFY_SEND_FINISH);
-    EXPECT_EQ(back.own, 3u);
-    EXPECT_EQ(back.peerNode, kSelf);
-    EXPECT_EQ(back.peerChan, 4u);
-    EXPECT_EQ(back.msg, msg);
-    EXPECT_EQ(back.len, 50u);
+    // The receiver first, with a copy; then the sender, with its own message.
+    const std::vector<u32> recvArgs{IPC_NOTIFY_RECV, 4, kSelf, 3, 50},
+        backArgs{IPC_NOTIFY_SEND_FINISH, 3, kSelf, 4, 50};
+    EXPECT_EQ(CallbackArgs(g_seen[0]), recvArgs);
+    EXPECT_NE(g_seen[0].msg, msg);
+    EXPECT_EQ(g_seen[0].payload, std::vector<u8>(sent.begin(), sent.begin() + 50));
+    EXPECT_EQ(CallbackArgs(g_seen[1]), backArgs);
+    EXPECT_EQ(g_seen[1].msg, msg);
     for (const Delivery &d : g_seen) {
         EXPECT_EQ(d.hdrSrcNode, kSelf);
         EXPECT_EQ(d.hdrDstNode, kSelf);
