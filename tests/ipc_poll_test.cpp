@@ -1,0 +1,222 @@
+// The poll task "IPCP": creation failures, handlers called on the task with their registration record,
+// no calls after the watch ends, and registrations without a handler removed and counted.
+#include "ipc/ipc_internal.h"
+
+#include <cerrno>
+#include <chrono>
+#include <condition_variable>
+#include <cstring>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <mutex>
+#include <string>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include "zol_ipc.h"
+
+#include "mesh_epoll.h"
+#include "ruk_task.h"
+#include "standin_ctl.h"
+
+#include "imagent_reader.h"
+#include "leak_check.h"
+
+namespace {
+
+using zol::ipc::IpcErrStatCount;
+
+constexpr auto kPatience = std::chrono::seconds(20); // a generous bound; only a broken task waits that long
+
+// What a handler saw, shared between the poll task and the test.
+struct Seen {
+    std::mutex lock;
+    std::condition_variable changed;
+    u32 calls = 0;
+    u32 events = 0;
+    bool onPollTask = true;
+    IPC_EPOLL_HANDLER_S record{};
+    IPC_EPOLL_HANDLER_S *recordPtr = nullptr;
+
+    bool WaitCalls(u32 n) {
+        std::unique_lock<std::mutex> guard(lock);
+        return changed.wait_for(guard, kPatience, [&] { return calls >= n; });
+    }
+    u32 Calls() {
+        std::lock_guard<std::mutex> guard(lock);
+        return calls;
+    }
+};
+
+Seen *g_seen[4]; // indexed by the registration's user data
+
+// Records the call and drains the descriptor (pipe or eventfd) so that it does not fire again.
+u32 RecordingHandler(IPC_EPOLL_HANDLER_S *rec, u32 events) {
+    const char *task = RUK_GetTaskName(RUK_TaskCurrentIdGet());
+    u64 sink = 0;
+    (void)!read(static_cast<int>(rec->ulFd), &sink, sizeof sink);
+    Seen *seen = g_seen[rec->ulUserData];
+    std::lock_guard<std::mutex> guard(seen->lock);
+    seen->calls++;
+    seen->events = events;
+    seen->onPollTask = seen->onPollTask && task != nullptr && std::strcmp(task, "IPCP") == 0;
+    seen->record = *rec;
+    seen->recordPtr = rec;
+    seen->changed.notify_all();
+    return 0;
+}
+
+// Holds the poll task inside a handler until the test opens the gate, so that the test can make several
+// descriptors ready before the next wait returns them together.
+struct Gate {
+    std::mutex lock;
+    std::condition_variable changed;
+    bool entered = false;
+    bool open = false;
+    IPC_EPOLL_HANDLER_S *rec = nullptr;
+} g_gate;
+
+u32 GateHandler(IPC_EPOLL_HANDLER_S *rec, u32) {
+    u64 sink = 0;
+    (void)!read(static_cast<int>(rec->ulFd), &sink, sizeof sink);
+    std::unique_lock<std::mutex> guard(g_gate.lock);
+    g_gate.rec = rec;
+    g_gate.entered = true;
+    g_gate.changed.notify_all();
+    g_gate.changed.wait_for(guard, kPatience, [] { return g_gate.open; });
+    return 0;
+}
+
+void Signal(int fd) {
+    const u64 one = 1;
+    ASSERT_EQ(write(fd, &one, sizeof one), static_cast<ssize_t>(sizeof one));
+}
+
+// The task is created once per process, as the layer's initialisation does.
+void EnsurePollTask() {
+    static const u32 created = IPC_PollTaskCreate();
+    ASSERT_EQ(created, IPC_OK);
+}
+
+class IpcPollTest : public zol::test::LeakCheckedTest {};
+
+// Defined first: it needs a process where the poll task does not exist yet.
+TEST_F(IpcPollTest, CreationFailuresGive22And33) {
+    if (zol::ipc::g_ulIpcPollTaskId.load() != 0) {
+        GTEST_SKIP() << "the poll task already runs in this process";
+    }
+    ASSERT_EQ(PLAT_FaultInject("MESH_EpollCreate", 0, 1), 0u);
+    EXPECT_EQ(IPC_PollTaskCreate(), IPC_ERR_NO_POLL_SET);
+    EXPECT_EQ(zol::ipc::g_iIpcEpollFd.load(), -1);
+
+    ASSERT_EQ(PLAT_FaultInject("RUK_TaskCreate", 0, 1), 0u);
+    EXPECT_EQ(IPC_PollTaskCreate(), IPC_ERR_NO_POLL_TASK);
+    EXPECT_EQ(zol::ipc::g_iIpcEpollFd.load(), -1) << "the poll set is closed again";
+    EXPECT_EQ(zol::ipc::g_ulIpcPollTaskId.load(), 0u);
+
+    int fds[2];
+    ASSERT_EQ(pipe(fds), 0);
+    EXPECT_EQ(IPC_EpollAddFd(static_cast<u32>(fds[0]), 0, RecordingHandler, MESH_EPOLLIN), IPC_ERR_EPOLL_ADD)
+        << "no poll set to add to; the record is released (leak check)";
+    close(fds[0]);
+    close(fds[1]);
+}
+
+TEST_F(IpcPollTest, HandlerRunsOnPollTaskWithItsRecordUntilTheWatchEnds) {
+    EnsurePollTask();
+    const char *name = RUK_GetTaskName(zol::ipc::g_ulIpcPollTaskId.load());
+    ASSERT_NE(name, nullptr);
+    EXPECT_STREQ(name, "IPCP");
+    EXPECT_FALSE(zol::ipc::IpcOnPollTask());
+
+    Seen pipeSeen, eventSeen;
+    g_seen[1] = &pipeSeen;
+    g_seen[2] = &eventSeen;
+    int fds[2];
+    ASSERT_EQ(pipe(fds), 0);
+    const int efd = eventfd(0, EFD_NONBLOCK);
+    ASSERT_GE(efd, 0);
+    ASSERT_EQ(IPC_EpollAddFd(static_cast<u32>(fds[0]), 1, RecordingHandler, MESH_EPOLLIN), IPC_OK);
+    ASSERT_EQ(IPC_EpollAddFd(static_cast<u32>(efd), 2, RecordingHandler, MESH_EPOLLIN), IPC_OK);
+
+    ASSERT_EQ(write(fds[1], "x", 1), 1);
+    ASSERT_TRUE(pipeSeen.WaitCalls(1));
+    {
+        std::lock_guard<std::mutex> guard(pipeSeen.lock);
+        EXPECT_TRUE(pipeSeen.onPollTask);
+        EXPECT_TRUE(pipeSeen.events & MESH_EPOLLIN);
+        EXPECT_EQ(pipeSeen.record.ulMagic, IPC_EPOLL_MAGIC);
+        EXPECT_EQ(pipeSeen.record.ulUserData, 1u);
+        EXPECT_EQ(pipeSeen.record.ulFd, static_cast<u32>(fds[0]));
+        EXPECT_EQ(pipeSeen.record.ulEvents, MESH_EPOLLIN);
+        EXPECT_EQ(pipeSeen.record.pfHandler, &RecordingHandler);
+    }
+
+    // After the watch ends the pipe may be readable for ever without a call: a later event on another
+    // descriptor is reported in the same or a later wait, so once it arrived the pipe would have too.
+    IPC_EpollDelFd(static_cast<u32>(fds[0]));
+    ASSERT_EQ(write(fds[1], "y", 1), 1);
+    Signal(efd);
+    ASSERT_TRUE(eventSeen.WaitCalls(1));
+    EXPECT_TRUE(eventSeen.onPollTask);
+    EXPECT_EQ(pipeSeen.Calls(), 1u);
+
+    IPC_EpollDelFd(static_cast<u32>(efd));
+    zol::ipc::IpcReleaseEpollRecord(pipeSeen.recordPtr);
+    zol::ipc::IpcReleaseEpollRecord(eventSeen.recordPtr);
+    close(fds[0]);
+    close(fds[1]);
+    close(efd);
+}
+
+TEST_F(IpcPollTest, RegistrationWithoutHandlerIsRemovedClosedAndCounted) {
+    EnsurePollTask();
+    zol::test::ImAgentCapture agent;
+    Seen afterSeen;
+    g_seen[3] = &afterSeen;
+    const int gate = eventfd(0, EFD_NONBLOCK);
+    const int after = eventfd(0, EFD_NONBLOCK);
+    int fds[2];
+    ASSERT_EQ(pipe(fds), 0);
+    ASSERT_GE(gate, 0);
+    ASSERT_GE(after, 0);
+    ASSERT_EQ(IPC_EpollAddFd(static_cast<u32>(gate), 0, GateHandler, MESH_EPOLLIN), IPC_OK);
+    ASSERT_EQ(IPC_EpollAddFd(static_cast<u32>(fds[0]), 0, nullptr, MESH_EPOLLIN), IPC_OK);
+    ASSERT_EQ(IPC_EpollAddFd(static_cast<u32>(after), 3, RecordingHandler, MESH_EPOLLIN), IPC_OK);
+    const u32 invalid = IpcErrStatCount(zol::ipc::IPC_EVENT_PARA_INVALID);
+
+    Signal(gate);
+    {
+        std::unique_lock<std::mutex> guard(g_gate.lock);
+        ASSERT_TRUE(g_gate.changed.wait_for(guard, kPatience, [] { return g_gate.entered; }));
+    }
+    // Both become ready while the task is held, so one wait returns the invalid one first, then the other.
+    ASSERT_EQ(write(fds[1], "z", 1), 1);
+    Signal(after);
+    {
+        std::lock_guard<std::mutex> guard(g_gate.lock);
+        g_gate.open = true;
+        g_gate.changed.notify_all();
+    }
+    ASSERT_TRUE(afterSeen.WaitCalls(1)) << "the events after an invalid one are still dispatched";
+
+    EXPECT_EQ(IpcErrStatCount(zol::ipc::IPC_EVENT_PARA_INVALID), invalid + 1);
+    errno = 0;
+    EXPECT_EQ(fcntl(fds[0], F_GETFD), -1) << "the descriptor of the invalid registration is closed";
+    EXPECT_EQ(errno, EBADF);
+    auto records = agent.WithTag("IPC_HEE");
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_EQ(records[0].logId, 0x0EA71037u);
+    EXPECT_EQ(records[0].params.size(), zol::test::kImFirstText + 2) << "the tag is the only text";
+    EXPECT_EQ(records[0].Formatted(), "epoll event ptr is not valid.");
+
+    IPC_EpollDelFd(static_cast<u32>(after));
+    zol::ipc::IpcReleaseEpollRecord(afterSeen.recordPtr);
+    IPC_EpollDelFd(static_cast<u32>(gate));
+    zol::ipc::IpcReleaseEpollRecord(g_gate.rec);
+    close(fds[1]);
+    close(gate);
+    close(after);
+}
+
+} // namespace
