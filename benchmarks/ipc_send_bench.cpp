@@ -15,7 +15,6 @@
 #include <thread>
 
 #include "zol_ipc.h"
-#include "zol_ipc_chan_tmp.h"
 
 #include "ruk_queue.h"
 #include "ruk_task.h"

@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "zol_ipc.h"
-#include "zol_ipc_chan_tmp.h"
 
 #include "om_support.h"
 

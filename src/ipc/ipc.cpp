@@ -1,7 +1,7 @@
 // IPC's layer state and initialisation: the own node, the registry and channel table, the reserve message,
 // the poll task and the OM diagnostic service; plus the connection-notify table and the small settings.
 #include "ipc/ipc_chan_internal.h"
-#include "ipc/ipc_core_tmp.h"
+#include "ipc/diag_cmd_internal.h"
 
 #include "bounds_checked.h"
 

@@ -6,7 +6,6 @@
 #include "ipc/ipc_internal.h"
 
 #include "zol_ipc.h"
-#include "zol_ipc_chan_tmp.h"
 
 namespace zol::ipc {
 
