@@ -6,8 +6,11 @@ include(GoogleTest)
 function(zol_test name)
   cmake_parse_arguments(ZT "" "" "SOURCES;LIBS" ${ARGN})
   add_executable(${name} ${name}.cpp ${ZT_SOURCES})
-  # Tests of the stand-in platform alone (platform_*) do not need the library.
-  if(TARGET zol_comm AND NOT name MATCHES "^platform_")
+  # Tests of the stand-in platform alone (platform_*) do not need the library. White-box tests
+  # (*_internal_test) link the static twin instead, whose hidden internals they can reach.
+  if(TARGET zol_comm_static AND name MATCHES "_internal_test$")
+    target_link_libraries(${name} PRIVATE zol_comm_static)
+  elseif(TARGET zol_comm AND NOT name MATCHES "^platform_")
     target_link_libraries(${name} PRIVATE zol_comm)
   endif()
   target_link_libraries(${name} PRIVATE zol_platform zol_test_support GTest::gtest GTest::gtest_main

@@ -15,7 +15,7 @@
 #include "omcc_frame.h"
 #include "standin_ctl.h"
 
-#include "om_spawn.h"
+#include "om_support.h"
 
 namespace {
 
@@ -104,53 +104,6 @@ TEST(OmccDoc, RefusesWhatTheModelsDoNotAllow) {
     EXPECT_EQ(TypeOf(JsonDoc(1, ",\"get-ipc-info\":{\"type\":\"a\"}"), 1, "get-ipc-info"), "a");
 }
 
-// A framework played by the test: a listening socket and raw frames.
-class FakeFramework {
-  public:
-    FakeFramework() : path_(om_test::TempSocket("fake")) {
-        unlink(path_.c_str());
-        sockaddr_un addr{};
-        addr.sun_family = AF_UNIX;
-        std::snprintf(addr.sun_path, sizeof addr.sun_path, "%s", path_.c_str());
-        listen_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        bind(listen_, reinterpret_cast<sockaddr *>(&addr), sizeof addr);
-        listen(listen_, 4);
-        setenv(OMCC_SOCKET_ENV, path_.c_str(), 1);
-    }
-    ~FakeFramework() {
-        close(peer_);
-        close(listen_);
-        unlink(path_.c_str());
-        unsetenv(OMCC_SOCKET_ENV);
-    }
-    void Accept() { peer_ = accept(listen_, nullptr, nullptr); }
-    void SendRaw(const std::string &bytes) { ASSERT_TRUE(plat::omcc::WriteAll(peer_, bytes)); }
-    void HangUp() {
-        close(peer_);
-        peer_ = -1;
-    }
-    // The next frame from the client (waits up to 5 s); type 0 when none came.
-    plat::omcc::Frame Next() {
-        plat::omcc::Frame f;
-        for (int i = 0; i < 50; ++i) {
-            if (plat::omcc::TakeFrame(in_, f) == plat::omcc::Take::kFrame) {
-                return f;
-            }
-            pollfd p{peer_, POLLIN, 0};
-            char buf[4096];
-            ssize_t n = poll(&p, 1, 100) > 0 ? read(peer_, buf, sizeof buf) : 0;
-            in_.append(buf, n > 0 ? static_cast<size_t>(n) : 0);
-        }
-        return plat::omcc::Frame{};
-    }
-
-  private:
-    std::string path_;
-    int listen_ = -1;
-    int peer_ = -1;
-    std::string in_;
-};
-
 std::atomic<int> g_handled{0};
 std::atomic<bool> g_secondBorrowRefused{false};
 
@@ -178,7 +131,7 @@ std::string FrameOf(u16 type, u32 id, u32 arg, const std::string &payload) {
 }
 
 TEST(OmccClient, TalksTheFrameProtocol) {
-    FakeFramework fw;
+    om_test::FakeFramework fw;
     OMCC_CLIENT_S *client = omcc_client_new("Zol_test", 2);
     ASSERT_NE(client, nullptr);
     OMCC_SUBSCRIPTION_S a = Sub("/a"), b = Sub("/b"), bad = Sub("");
@@ -223,7 +176,7 @@ TEST(OmccClient, TalksTheFrameProtocol) {
 
 // Each hostile stream ends in a negative run and leaves the client able to reconnect.
 TEST(OmccClient, SurvivesHostileStreams) {
-    FakeFramework fw;
+    om_test::FakeFramework fw;
     OMCC_CLIENT_S *client = omcc_client_new("Zol_hostile", 2);
     OMCC_SUBSCRIPTION_S a = Sub("/a");
     ASSERT_EQ(omcc_subscribe(client, &a), 0);

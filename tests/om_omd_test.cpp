@@ -12,7 +12,7 @@
 #include "omcc.h"
 #include "omcc_frame.h"
 
-#include "om_spawn.h"
+#include "om_support.h"
 
 namespace {
 

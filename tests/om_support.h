@@ -1,18 +1,22 @@
 // Test helpers of the OM suites: run the tools zol_omd and zol_diag from the build tree (through the
-// cross emulator when there is one), capture their output, and wait for the daemon's socket.
-#ifndef OM_SPAWN_H
-#define OM_SPAWN_H
+// cross emulator when there is one) and capture their output; a framework played by the test itself.
+#ifndef OM_SUPPORT_H
+#define OM_SUPPORT_H
 
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <fstream>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <spawn.h>
 #include <sstream>
 #include <string>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -103,6 +107,12 @@ inline int Finish(Child &child, std::string &out) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
+// Whole content of a file, empty when it cannot be read.
+inline std::string ReadFile(const std::string &path) {
+    std::ifstream in(path);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
 inline int Run(const std::string &tool, const std::vector<std::string> &args, std::string &out) {
     Child child = Spawn(tool, args);
     return child.pid < 0 ? -1 : Finish(child, out);
@@ -153,6 +163,55 @@ inline std::string TempSocket(const char *pcTag) {
     return "/tmp/zol_om_test_" + std::to_string(getpid()) + "_" + pcTag + ".sock";
 }
 
+// A framework played by the test: a listening socket and raw frames.
+class FakeFramework {
+  public:
+    FakeFramework() : path_(TempSocket("fake")) {
+        unlink(path_.c_str());
+        sockaddr_un addr{};
+        addr.sun_family = AF_UNIX;
+        std::snprintf(addr.sun_path, sizeof addr.sun_path, "%s", path_.c_str());
+        listen_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        bind(listen_, reinterpret_cast<sockaddr *>(&addr), sizeof addr);
+        listen(listen_, 4);
+        setenv(OMCC_SOCKET_ENV, path_.c_str(), 1);
+    }
+    ~FakeFramework() {
+        close(peer_);
+        close(listen_);
+        unlink(path_.c_str());
+        unsetenv(OMCC_SOCKET_ENV);
+    }
+    void Accept() { peer_ = accept(listen_, nullptr, nullptr); }
+    void SendRaw(const std::string &bytes) { ASSERT_TRUE(plat::omcc::WriteAll(peer_, bytes)); }
+    void HangUp() {
+        close(peer_);
+        peer_ = -1;
+    }
+    // The next frame from the client (waits up to 5 s); type 0 when none came.
+    plat::omcc::Frame Next() {
+        plat::omcc::Frame f;
+        for (int i = 0; i < 50; ++i) {
+            if (plat::omcc::TakeFrame(in_, f) == plat::omcc::Take::kFrame) {
+                last_ = f;
+                return f;
+            }
+            pollfd p{peer_, POLLIN, 0};
+            char buf[4096];
+            ssize_t n = poll(&p, 1, 100) > 0 ? read(peer_, buf, sizeof buf) : 0;
+            in_.append(buf, n > 0 ? static_cast<size_t>(n) : 0);
+        }
+        return plat::omcc::Frame{};
+    }
+
+  private:
+    std::string path_;
+    int listen_ = -1;
+    int peer_ = -1;
+    std::string in_;
+    plat::omcc::Frame last_;
+};
+
 } // namespace om_test
 
-#endif // OM_SPAWN_H
+#endif // OM_SUPPORT_H

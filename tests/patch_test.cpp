@@ -1,0 +1,137 @@
+// Tests of the hot-patch hooks: the leading no-operation instructions of every patchable function as
+// loaded from libzol_comm.so, the reserve areas' sizes, and the synchronisation hook's cases.
+#include <cstring>
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <link.h>
+#include <string>
+#include <vector>
+
+#include "zol_patch.h"
+
+namespace {
+
+// The function's real code in the loaded library (not a PLT stub of this program).
+const uint8_t *CodeOf(const char *name) {
+    void *lib = dlopen("libzol_comm.so", RTLD_NOW | RTLD_NOLOAD);
+    if (lib == nullptr) {
+        return nullptr;
+    }
+    void *sym = dlsym(lib, name);
+    dlclose(lib);
+    return static_cast<const uint8_t *>(sym);
+}
+
+// True when the code starts with four no-operation instructions, after a branch-target marker if any.
+::testing::AssertionResult StartsWithFourNops(const uint8_t *code) {
+#if defined(__x86_64__)
+    static const uint8_t endbr64[4] = {0xF3, 0x0F, 0x1E, 0xFA};
+    if (std::memcmp(code, endbr64, 4) == 0) {
+        code += 4;
+    }
+    for (int i = 0; i < 4; ++i) {
+        if (code[i] != 0x90) {
+            return ::testing::AssertionFailure() << "byte " << i << " is 0x" << std::hex << int{code[i]};
+        }
+    }
+#elif defined(__aarch64__)
+    auto Word = [](const uint8_t *p) {
+        uint32_t w;
+        std::memcpy(&w, p, sizeof w);
+        return w;
+    };
+    if (Word(code) == 0xD503245Fu) { // bti c
+        code += 4;
+    }
+    for (int i = 0; i < 4; ++i) {
+        if (Word(code + 4 * i) != 0xD503201Fu) {
+            return ::testing::AssertionFailure() << "instruction " << i << " is 0x" << std::hex << Word(code + 4 * i);
+        }
+    }
+#else
+    (void)code;
+#endif
+    return ::testing::AssertionSuccess();
+}
+
+TEST(PatchTest, PatchableFunctionsStartWithFourNops) {
+    std::vector<std::string> names;
+    for (int i = 1; i <= 10; ++i) {
+        names.push_back("ZolCommPatchRsv" + std::to_string(i));
+    }
+    names.push_back("libzol_comm_ResPatchC2hActivefunc");
+    names.push_back("libzol_comm_ResPatchC2hDeactivefunc");
+    for (const std::string &name : names) {
+        const uint8_t *code = CodeOf(name.c_str());
+        ASSERT_NE(code, nullptr) << name << " not exported by the loaded libzol_comm.so";
+        EXPECT_TRUE(StartsWithFourNops(code)) << name;
+    }
+    // Ten distinct slots: a merged slot would leave a patch no room of its own.
+    for (size_t i = 0; i < names.size(); ++i) {
+        for (size_t j = i + 1; j < names.size(); ++j) {
+            EXPECT_NE(CodeOf(names[i].c_str()), CodeOf(names[j].c_str())) << names[i] << " " << names[j];
+        }
+    }
+    u32 (*const slots[])(void) = {ZolCommPatchRsv1, ZolCommPatchRsv2, ZolCommPatchRsv3, ZolCommPatchRsv4,
+                                  ZolCommPatchRsv5, ZolCommPatchRsv6, ZolCommPatchRsv7, ZolCommPatchRsv8,
+                                  ZolCommPatchRsv9, ZolCommPatchRsv10};
+    for (auto *slot : slots) {
+        EXPECT_EQ(slot(), 0u);
+    }
+    EXPECT_EQ(VEC_VectorInit(), nullptr);
+    EXPECT_EQ(ZOL_CmdInit(), 0u);
+}
+
+TEST(PatchTest, ReserveAreasHaveTheirSizesAndAreZero) {
+    for (auto [name, size] : {std::pair{"g_zolCommPatchRsv1", 80u}, std::pair{"g_zolCommPatchRsv2", 160u}}) {
+        const uint8_t *area = CodeOf(name);
+        ASSERT_NE(area, nullptr) << name;
+        Dl_info info;
+        void *entry = nullptr;
+        ASSERT_NE(dladdr1(area, &info, &entry, RTLD_DL_SYMENT), 0);
+        const auto *sym = static_cast<const ElfW(Sym) *>(entry);
+        ASSERT_NE(sym, nullptr);
+        EXPECT_EQ(sym->st_size, size) << name;
+        EXPECT_EQ(std::vector<uint8_t>(area, area + size), std::vector<uint8_t>(size, 0)) << name;
+    }
+    EXPECT_EQ(sizeof g_zolCommPatchRsv1, 80u);
+    EXPECT_EQ(sizeof g_zolCommPatchRsv2, 160u);
+}
+
+// A patch information record naming a library at the agreed offset.
+std::vector<char> InfoFor(const char *lib) {
+    std::vector<char> info(ZOL_PATCH_INFO_LIB_NAME_OFFSET + 64, 'x');
+    std::strcpy(info.data() + ZOL_PATCH_INFO_LIB_NAME_OFFSET, lib);
+    return info;
+}
+
+TEST(PatchTest, SyncHookActsOnlyForThisLibrary) {
+    g_libzolCommPatLoadAndDelFlag = 0;
+    u32 handled = 7;
+    // Another library, including a name that merely starts like ours.
+    for (const char *other : {"libother.so", "libzol_comm.so.1", "libzol_comm.s", ""}) {
+        handled = 7;
+        EXPECT_EQ(libzol_comm_PAT_C2HSyncHookFunc(0, 0, InfoFor(other).data(), &handled), 0u) << other;
+        EXPECT_EQ(handled, 0u) << other;
+        EXPECT_EQ(g_libzolCommPatLoadAndDelFlag, 0u) << other;
+    }
+    const std::vector<char> ours = InfoFor("libzol_comm.so");
+    EXPECT_EQ(libzol_comm_PAT_C2HSyncHookFunc(ZOL_PATCH_OPER_ACTIVATE, 0, ours.data(), &handled), 0u);
+    EXPECT_EQ(handled, 1u);
+    EXPECT_EQ(g_libzolCommPatLoadAndDelFlag, 1u);
+    handled = 0;
+    EXPECT_EQ(libzol_comm_PAT_C2HSyncHookFunc(ZOL_PATCH_OPER_DEACTIVATE, 0, ours.data(), &handled), 0u);
+    EXPECT_EQ(handled, 1u);
+    EXPECT_EQ(g_libzolCommPatLoadAndDelFlag, 2u);
+    handled = 0;
+    EXPECT_EQ(libzol_comm_PAT_C2HSyncHookFunc(5, 0, ours.data(), &handled), 1u);
+    EXPECT_EQ(handled, 1u);
+    EXPECT_EQ(g_libzolCommPatLoadAndDelFlag, 3u);
+    // Missing record or result pointer: nothing for this library / nothing written.
+    EXPECT_EQ(libzol_comm_PAT_C2HSyncHookFunc(0, 0, nullptr, &handled), 0u);
+    EXPECT_EQ(handled, 0u);
+    EXPECT_EQ(libzol_comm_PAT_C2HSyncHookFunc(0, 0, ours.data(), nullptr), 0u);
+    EXPECT_EQ(g_libzolCommPatLoadAndDelFlag, 1u);
+}
+
+} // namespace

@@ -1,0 +1,247 @@
+// Tests of the wait list through the exported API: argument checks, handles (reuse, stale and forged
+// ones refused), the walk calling procedures, failures that leave nothing behind, and concurrent use.
+#include <atomic>
+#include <chrono>
+#include <gtest/gtest.h>
+#include <thread>
+#include <vector>
+
+#include "zol_waitlist.h"
+
+#include "standin_ctl.h"
+
+#include "imagent_reader.h"
+#include "leak_check.h"
+
+namespace {
+
+// The index table is allocated with the first registration and never shrinks; growing it once here,
+// before any leak baseline is taken, keeps it out of every test's accounting.
+class WaitListTest : public zol::test::LeakCheckedTest {
+  protected:
+    static void SetUpTestSuite() {
+        std::vector<u32> handles(100);
+        for (u32 &h : handles) {
+            ASSERT_EQ(RUK_WaitListRegister(0xABCDu, &h, Proc), 0u);
+        }
+        for (u32 h : handles) {
+            ASSERT_EQ(RUK_WaitListUnregister(h), 0u);
+        }
+    }
+    static u64 Proc(u64 ctx, u64 *newCtx) {
+        *newCtx = ctx;
+        return 0;
+    }
+};
+
+u64 LiveBlocks() {
+    u64 blocks = 0;
+    PLAT_MemStats(ZOL_GetMemHandle(), &blocks, nullptr);
+    return blocks;
+}
+
+TEST_F(WaitListTest, RegisterChecksArgumentsAndAllocatesNothingOnRefusal) {
+    const u64 before = LiveBlocks();
+    u32 handle = 0x1234;
+    EXPECT_EQ(RUK_WaitListRegister(1, nullptr, [](u64, u64 *) -> u64 { return 0; }), WAITLIST_ERR_PARAM);
+    EXPECT_EQ(RUK_WaitListRegister(1, &handle, nullptr), WAITLIST_ERR_PARAM);
+    EXPECT_EQ(LiveBlocks(), before);
+    EXPECT_EQ(RUK_VFS_PureNameIsTooLong("a-very-long-name-indeed"), 0u);
+    EXPECT_EQ(RUK_VFS_PureNameIsTooLong(nullptr), 0u);
+}
+
+TEST_F(WaitListTest, HandlesResolveAndStaleOrForgedHandlesAreRefused) {
+    u32 h = 0;
+    ASSERT_EQ(RUK_WaitListRegister(3, &h, Proc), 0u);
+    ASSERT_NE(h, 0u);
+    u64 value = 99;
+    EXPECT_EQ(RUK_WaitListGet(h, &value), 0u);
+    EXPECT_EQ(value, 0u); // a registration starts at value 0
+    EXPECT_EQ(RUK_WaitListSet(h, 5, 9), 0u);
+    EXPECT_EQ(RUK_WaitListGet(h, &value), 0u);
+    EXPECT_EQ(value, 5u);
+
+    const u32 otherTag = h ^ 0x00010000u;              // right entry, wrong tag
+    const u32 beyond = (h & 0xFFFF0000u) | 0xFFFFu;    // entry beyond the table
+    const u32 freeEntry = (h & 0xFFFF0000u) | 0x0050u; // an entry nobody holds
+    for (u32 forged : {otherTag, beyond, freeEntry}) {
+        EXPECT_EQ(RUK_WaitListGet(forged, &value), WAITLIST_ERR_HANDLE) << std::hex << forged;
+        EXPECT_EQ(RUK_WaitListSet(forged, 1, 1), WAITLIST_ERR_HANDLE) << std::hex << forged;
+        EXPECT_EQ(RUK_WaitListUnregister(forged), WAITLIST_ERR_HANDLE) << std::hex << forged;
+    }
+    EXPECT_EQ(RUK_WaitListGet(h, &value), 0u);
+    EXPECT_EQ(value, 5u) << "a refused Set must not change the registration";
+
+    EXPECT_EQ(RUK_WaitListUnregister(0), WAITLIST_ERR_PARAM);
+    EXPECT_EQ(RUK_WaitListUnregister(h), 0u);
+    // The handle is stale now.
+    EXPECT_EQ(RUK_WaitListGet(h, &value), WAITLIST_ERR_HANDLE);
+    EXPECT_EQ(RUK_WaitListSet(h, 1, 1), WAITLIST_ERR_HANDLE);
+    EXPECT_EQ(RUK_WaitListUnregister(h), WAITLIST_ERR_HANDLE);
+}
+
+TEST_F(WaitListTest, FreedEntryIsReusedLowestFirst) {
+    u32 a = 0, b = 0, c = 0, d = 0;
+    ASSERT_EQ(RUK_WaitListRegister(4, &a, Proc), 0u);
+    ASSERT_EQ(RUK_WaitListRegister(4, &b, Proc), 0u);
+    ASSERT_EQ(RUK_WaitListRegister(5, &c, Proc), 0u);
+    EXPECT_EQ(a & 0xFFFFu, 1u); // everything was free: the lowest entries in order
+    EXPECT_EQ(b & 0xFFFFu, 2u);
+    EXPECT_EQ(c & 0xFFFFu, 3u);
+    ASSERT_EQ(RUK_WaitListUnregister(b), 0u);
+    ASSERT_EQ(RUK_WaitListRegister(6, &d, Proc), 0u);
+    EXPECT_EQ(d & 0xFFFFu, 2u);
+    for (u32 h : {a, c, d}) {
+        EXPECT_EQ(RUK_WaitListUnregister(h), 0u);
+    }
+}
+
+// Refused removals are logged with their exact texts; waits out the per-tag repetition filter first.
+TEST_F(WaitListTest, RefusedUnregistrationsAreLogged) {
+    zol::test::ImAgentCapture capture;
+    const auto pastFilter = std::chrono::milliseconds(ZOL_LOG_FILTER_INTERVAL_MS + 100);
+    std::this_thread::sleep_for(pastFilter);
+    EXPECT_EQ(RUK_WaitListUnregister(0), WAITLIST_ERR_PARAM);
+    std::this_thread::sleep_for(pastFilter);
+    EXPECT_EQ(RUK_WaitListUnregister(0x00120013u), WAITLIST_ERR_HANDLE);
+    const auto records = capture.WithTag("RUK_WLUR");
+    ASSERT_EQ(records.size(), 2u);
+    EXPECT_EQ(records[0].Text(zol::test::kImFirstText + 1), "Check handle fail");
+    // The writer may put the repetition filter's call count in front of the text.
+    auto endsWith = [](const std::string &text, const std::string &tail) {
+        return text.size() >= tail.size() && text.compare(text.size() - tail.size(), tail.size(), tail) == 0;
+    };
+    EXPECT_TRUE(endsWith(records[0].Formatted(), "handle is null")) << records[0].Formatted();
+    EXPECT_EQ(records[1].Text(zol::test::kImFirstText + 1), "Find son node fail");
+    EXPECT_TRUE(endsWith(records[1].Formatted(), "sub node is null, handle:1179667")) << records[1].Formatted();
+}
+
+struct Call {
+    u64 ctx;
+    int who;
+};
+std::vector<Call> g_calls;
+
+u64 FirstProc(u64 ctx, u64 *newCtx) {
+    g_calls.push_back({ctx, 1});
+    *newCtx = 9;
+    return 6;
+}
+u64 SecondProc(u64 ctx, u64 *) { // leaves the new-context slot alone
+    g_calls.push_back({ctx, 2});
+    return 6;
+}
+u64 OtherListProc(u64 ctx, u64 *) {
+    g_calls.push_back({ctx, 3});
+    return 0;
+}
+
+TEST_F(WaitListTest, DelFromListCallsMatchingProceduresInOrder) {
+    u32 h1 = 0, h2 = 0, h3 = 0, hOther = 0;
+    ASSERT_EQ(RUK_WaitListRegister(7, &h1, FirstProc), 0u);
+    ASSERT_EQ(RUK_WaitListRegister(8, &hOther, OtherListProc), 0u);
+    ASSERT_EQ(RUK_WaitListRegister(7, &h2, SecondProc), 0u);
+    ASSERT_EQ(RUK_WaitListRegister(7, &h3, SecondProc), 0u);
+    ASSERT_EQ(RUK_WaitListSet(h1, 5, 100), 0u);
+    ASSERT_EQ(RUK_WaitListSet(h2, 5, 200), 0u);
+    ASSERT_EQ(RUK_WaitListSet(h3, 4, 300), 0u);     // other value: not called
+    ASSERT_EQ(RUK_WaitListSet(hOther, 5, 400), 0u); // other list: not called
+
+    g_calls.clear();
+    EXPECT_EQ(RUK_WaitListDelFromList(7, 1234), 0u); // no registration holds the value
+    EXPECT_TRUE(g_calls.empty());
+
+    EXPECT_EQ(RUK_WaitListDelFromList(7, 5), 0u);
+    ASSERT_EQ(g_calls.size(), 2u);
+    EXPECT_EQ(g_calls[0].who, 1);
+    EXPECT_EQ(g_calls[0].ctx, 100u);
+    EXPECT_EQ(g_calls[1].who, 2);
+    EXPECT_EQ(g_calls[1].ctx, 200u);
+    u64 value = 0;
+    EXPECT_EQ(RUK_WaitListGet(h1, &value), 0u);
+    EXPECT_EQ(value, 6u);
+    EXPECT_EQ(RUK_WaitListGet(h2, &value), 0u);
+    EXPECT_EQ(value, 6u);
+    EXPECT_EQ(RUK_WaitListGet(h3, &value), 0u);
+    EXPECT_EQ(value, 4u);
+
+    // The second procedure wrote no context, so it inherited the 9 the first one wrote.
+    g_calls.clear();
+    EXPECT_EQ(RUK_WaitListDelFromList(7, 6), 0u);
+    ASSERT_EQ(g_calls.size(), 2u);
+    EXPECT_EQ(g_calls[0].ctx, 9u);
+    EXPECT_EQ(g_calls[1].ctx, 9u);
+
+    // Removing the last registration of a list removes the list.
+    for (u32 h : {h1, h2, h3}) {
+        EXPECT_EQ(RUK_WaitListUnregister(h), 0u);
+    }
+    EXPECT_EQ(RUK_WaitListDelFromList(7, 6), WAITLIST_ERR_NOT_FOUND);
+    EXPECT_EQ(RUK_WaitListDelFromList(8, 0), 0u);
+    EXPECT_EQ(RUK_WaitListUnregister(hOther), 0u);
+    EXPECT_EQ(RUK_WaitListDelFromList(8, 0), WAITLIST_ERR_NOT_FOUND);
+}
+
+TEST_F(WaitListTest, FailedRegistrationLeavesNothingBehind) {
+    u32 keep = 0;
+    ASSERT_EQ(RUK_WaitListRegister(20, &keep, Proc), 0u);
+    const u64 before = LiveBlocks();
+    u32 h = 0x5555;
+    ASSERT_EQ(PLAT_FaultInject("RUK_MemAlloc_F", 0, 1), 0u); // the registration itself
+    EXPECT_EQ(RUK_WaitListRegister(21, &h, Proc), WAITLIST_ERR_FAILED);
+    EXPECT_EQ(h, 0u);
+    ASSERT_EQ(PLAT_FaultInject("RUK_MemAlloc_F", 1, 1), 0u); // the new list's main node
+    EXPECT_EQ(RUK_WaitListRegister(21, &h, Proc), WAITLIST_ERR_FAILED);
+    EXPECT_EQ(LiveBlocks(), before);
+    EXPECT_EQ(RUK_WaitListDelFromList(21, 0), WAITLIST_ERR_NOT_FOUND);
+    PLAT_FaultClear();
+    // The existing list still works, and the failed attempts took no index entry.
+    ASSERT_EQ(RUK_WaitListRegister(20, &h, Proc), 0u);
+    EXPECT_EQ(h & 0xFFFFu, 2u);
+    EXPECT_EQ(RUK_WaitListUnregister(h), 0u);
+    EXPECT_EQ(RUK_WaitListUnregister(keep), 0u);
+}
+
+std::atomic<u64> g_concurrentCalls{0};
+u64 CountingProc(u64 ctx, u64 *newCtx) {
+    g_concurrentCalls.fetch_add(1, std::memory_order_relaxed);
+    *newCtx = ctx + 1;
+    return 2;
+}
+
+// Several threads register, set, read, walk and unregister at once; every handle stays its owner's.
+TEST_F(WaitListTest, ConcurrentUseKeepsEveryRegistrationItsOwners) {
+    constexpr int kThreads = 4;
+    constexpr int kRounds = 300;
+    std::atomic<int> failures{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([t, &failures] {
+            const u32 list = 100 + t % 2;
+            for (int r = 0; r < kRounds; ++r) {
+                u32 h[3] = {};
+                for (u32 &x : h) {
+                    failures += RUK_WaitListRegister(list, &x, CountingProc) != 0;
+                }
+                const u64 mine = (static_cast<u64>(t) << 32) | static_cast<u64>(r);
+                failures += RUK_WaitListSet(h[1], mine, 0) != 0;
+                u64 v = 0;
+                failures += RUK_WaitListGet(h[1], &v) != 0 || v != mine;
+                failures += RUK_WaitListDelFromList(list, mine) != 0;
+                failures += RUK_WaitListGet(h[1], &v) != 0 || v != 2; // only this thread's value is `mine`
+                for (u32 x : h) {
+                    failures += RUK_WaitListUnregister(x) != 0;
+                }
+            }
+        });
+    }
+    for (auto &th : threads) {
+        th.join();
+    }
+    EXPECT_EQ(failures.load(), 0);
+    EXPECT_GE(g_concurrentCalls.load(), static_cast<u64>(kThreads * kRounds));
+    EXPECT_EQ(RUK_WaitListDelFromList(100, 0), WAITLIST_ERR_NOT_FOUND);
+    EXPECT_EQ(RUK_WaitListDelFromList(101, 0), WAITLIST_ERR_NOT_FOUND);
+}
+
+} // namespace
