@@ -38,7 +38,7 @@ class OmConn : public ::testing::Test {
     DiagResult Diag(std::vector<std::string> args) {
         args.insert(args.begin(), {"--socket", sock_});
         DiagResult r;
-        r.rc = om_test::Run("zol_diag", args, r.out);
+        r.rc = om_test::Run(om_test::ToolPath("zol_diag"), args, r.out);
         return r;
     }
     // Asks until the process is connected (the daemon knows no such process before), for up to 30 s.

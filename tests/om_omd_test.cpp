@@ -92,7 +92,7 @@ struct DiagResult {
 DiagResult Diag(const std::string &sock, std::vector<std::string> args) {
     args.insert(args.begin(), {"--socket", sock});
     DiagResult r;
-    r.rc = om_test::Run("zol_diag", args, r.out);
+    r.rc = om_test::Run(om_test::ToolPath("zol_diag"), args, r.out);
     return r;
 }
 

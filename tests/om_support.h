@@ -32,12 +32,12 @@ inline std::string ToolPath(const char *pcName) {
     return access(path.c_str(), X_OK) == 0 ? path : "";
 }
 
-// A shell command running a tool with its arguments (each quoted), through the emulator of a cross build.
-inline std::string CommandLine(const char *pcTool, const std::vector<std::string> &args) {
+// A shell command running a tool (full path) with its arguments (each quoted), through the emulator of a cross build.
+inline std::string CommandLine(const std::string &tool, const std::vector<std::string> &args) {
 #ifdef ZOL_TEST_EMULATOR
-    std::string cmd = ZOL_TEST_EMULATOR " '" + ToolPath(pcTool) + "'";
+    std::string cmd = ZOL_TEST_EMULATOR " '" + tool + "'";
 #else
-    std::string cmd = "'" + ToolPath(pcTool) + "'";
+    std::string cmd = "'" + tool + "'";
 #endif
     for (const std::string &arg : args) {
         cmd += " '" + arg + "'";
@@ -46,8 +46,8 @@ inline std::string CommandLine(const char *pcTool, const std::vector<std::string
 }
 
 // Runs a tool to its end; its exit status (-1 when it did not exit), its output and errors in out.
-inline int Run(const char *pcTool, const std::vector<std::string> &args, std::string &out) {
-    FILE *pipe = popen((CommandLine(pcTool, args) + " 2>&1").c_str(), "r");
+inline int Run(const std::string &tool, const std::vector<std::string> &args, std::string &out) {
+    FILE *pipe = popen((CommandLine(tool, args) + " 2>&1").c_str(), "r");
     char buf[4096];
     for (size_t n; pipe != nullptr && (n = fread(buf, 1, sizeof buf, pipe)) > 0;) {
         out.append(buf, n);
@@ -72,7 +72,7 @@ class Daemon {
     explicit Daemon(const std::string &socketPath, const std::vector<std::string> &extra = {}) {
         std::vector<std::string> args{"--socket", socketPath};
         args.insert(args.end(), extra.begin(), extra.end());
-        std::string cmd = "exec " + CommandLine("zol_omd", args);
+        std::string cmd = "exec " + CommandLine(ToolPath("zol_omd"), args);
         char *argv[] = {const_cast<char *>("sh"), const_cast<char *>("-c"), cmd.data(), nullptr};
         if (ToolPath("zol_omd").empty() || posix_spawn(&pid_, "/bin/sh", nullptr, nullptr, argv, environ) != 0) {
             pid_ = -1;
