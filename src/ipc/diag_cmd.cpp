@@ -2,6 +2,7 @@
 // command node and its "type", run the sub-command's display and print the result on the terminal.
 #include "foundation/foundation_internal.h"
 #include "foundation/log_points.h"
+#include "ipc/ipc_chan_internal.h"
 
 #include <cstring>
 #include <unistd.h>
@@ -18,7 +19,10 @@ OM_CMD_S g_astOmCmdTable[kOmCmdNum] = {
     {"get-ipc-info",
      {},
      {nullptr, OMCC_SUB_KIND_REQUEST, ZOL_OmCmdRequestProc, {}},
-     {{"connect-info", nullptr}, {"error", nullptr}, {"node-detail", nullptr}, {"packet", nullptr}}},
+     {{"connect-info", ipc::IPC_ShowConnectInfo},
+      {"error", ipc::IPC_ShowError},
+      {"node-detail", ipc::IPC_ShowNodeDetail},
+      {"packet", ipc::IPC_ShowPacket}}},
     {"get-rpc-info",
      {},
      {nullptr, OMCC_SUB_KIND_REQUEST, ZOL_OmCmdRequestProc, {}},
