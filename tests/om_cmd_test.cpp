@@ -73,8 +73,8 @@ TEST_F(OmCmd, AnswersEveryRequestInItsExactWords) {
         long long result;
     } cases[] = {
         {Mine(",\"get-ipc-info\":{\"type\":\"bogus\"}"), "[Error]:Cmd type (0,bogus) not implement.", 0},
-        // Rows that name a sub-command but have no display yet answer like an unknown type.
-        {Mine(",\"get-rpc-info\":{\"type\":\"packet\"}"), "[Error]:Cmd type (1,packet) not implement.", 0},
+        // A type that only the other command offers answers like an unknown type.
+        {Mine(",\"get-rpc-info\":{\"type\":\"node-detail\"}"), "[Error]:Cmd type (1,node-detail) not implement.", 0},
         // Both commands: handled as "get-ipc-info".
         {Mine(",\"get-rpc-info\":{\"type\":\"b\"},\"get-ipc-info\":{\"type\":\"a\"}"),
          "[Error]:Cmd type (0,a) not implement.", 0},
@@ -101,11 +101,12 @@ TEST_F(OmCmd, AnswersEveryRequestInItsExactWords) {
 TEST_F(OmCmd, RunsAFilledRowAndReportsWhatItCannotServe) {
     zol::diag::OM_SUB_CMD_S &row = g_astOmCmdTable[1].astSubCmd[2];
     ASSERT_STREQ(row.pcSubCmd, "packet");
+    const zol::diag::OM_DISPLAY_PF previous = row.pfDisplay;
     row.pfDisplay = DisplayWithBlankLines;
     std::string rpc = Ask(Mine(",\"get-rpc-info\":{\"type\":\"packet\"}"));
     ASSERT_EQ(PLAT_FaultInject("RUK_MemAlloc_F", 0, 1), 0u);
     std::string noMem = Ask(Mine(",\"get-rpc-info\":{\"type\":\"packet\"}"));
-    row.pfDisplay = nullptr;
+    row.pfDisplay = previous;
     EXPECT_EQ(rpc, "line 1\nline 2\n") << "leading blank lines are stripped";
     EXPECT_EQ(noMem, "[Error]:Malloc buff for result failed.");
     EXPECT_EQ(result_, 0);

@@ -3,6 +3,7 @@
 #include "foundation/foundation_internal.h"
 #include "foundation/log_points.h"
 #include "ipc/ipc_chan_internal.h"
+#include "ipc/rpc_internal.h"
 
 #include <cstring>
 #include <unistd.h>
@@ -26,7 +27,10 @@ OM_CMD_S g_astOmCmdTable[kOmCmdNum] = {
     {"get-rpc-info",
      {},
      {nullptr, OMCC_SUB_KIND_REQUEST, ZOL_OmCmdRequestProc, {}},
-     {{"callback-time", nullptr}, {"error", nullptr}, {"packet", nullptr}, {nullptr, nullptr}}},
+     {{"callback-time", rpc::IPC_RPC_ShowCallbackTime},
+      {"error", rpc::IPC_RPC_ShowError},
+      {"packet", rpc::IPC_RPC_ShowPacket},
+      {nullptr, nullptr}}},
 };
 
 namespace {
