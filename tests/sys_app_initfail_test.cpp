@@ -5,6 +5,7 @@
 #include "zol_app.h"
 
 #include "app_tasks.h"
+#include "imagent_reader.h"
 
 namespace {
 
@@ -22,7 +23,14 @@ TEST(SysAppInitFailTest, FailedInitialisationStopsStartUp) {
         MakeApp(&apps[i], i, true, (i == 1) ? FailingInit : zol::test::kRecordInit[i]);
         ASSERT_EQ(SYS_RegAppInfo(&apps[i]), 0u);
     }
+    zol::test::ImAgentCapture capture;
     EXPECT_EQ(SYS_StartApp(), SYS_APP_ERR_INIT);
+    const auto initLog = capture.WithTag("SYS_IA");
+    ASSERT_EQ(initLog.size(), 1u);
+    EXPECT_EQ(initLog[0].Formatted(), "App init is fail. ret=42!");
+    const auto startLog = capture.WithTag("SYS_SAP");
+    ASSERT_EQ(startLog.size(), 1u);
+    EXPECT_EQ(startLog[0].Formatted(), "Init App is fail. ret=42!");
     EXPECT_EQ(g_appLog.initOrder[0], 0);
     EXPECT_EQ(g_appLog.inits.load(), 2);
     EXPECT_EQ(g_appLog.initOrder[2], -1) << "initialisations after the failing one must not run";

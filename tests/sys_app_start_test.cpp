@@ -7,6 +7,7 @@
 #include "ruk_task.h"
 
 #include "app_tasks.h"
+#include "imagent_reader.h"
 
 namespace {
 
@@ -30,6 +31,7 @@ TEST(SysAppStartTest, InitsTasksChainAndWakeUpInOrder) {
     ASSERT_EQ(SYS_RegAppInfoPriority(&apps[0], 0), 0u);
     ASSERT_EQ(SYS_RegAppInfoPriority(&apps[2], 20), 0u);
 
+    zol::test::ImAgentCapture capture;
     ASSERT_EQ(SYS_StartApp(), 0u);
 
     EXPECT_EQ(g_appLog.initOrder[0], 0);
@@ -56,6 +58,17 @@ TEST(SysAppStartTest, InitsTasksChainAndWakeUpInOrder) {
     const u32 initId = g_appLog.successor[4].load();
     EXPECT_NE(initId, 0u);
     EXPECT_STREQ(RUK_GetTaskName(initId), "INIT");
+
+    // Every ready notice is logged (never filtered), in chain order, with the task's name.
+    const auto notices = capture.WithTag("JUX_GTFM");
+    ASSERT_EQ(notices.size(), 4u);
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(notices[i].Formatted(), std::string("Task ") + apps[chain[i]].szTaskName + " Init ... ok");
+    }
+    const auto created = capture.WithTag("SYS_CAT");
+    ASSERT_FALSE(created.empty());
+    EXPECT_EQ(created[0].Text(zol::test::kImFirstText + 1), "Create task result succeed");
+    EXPECT_EQ(created[0].Formatted(), "appNum:5");
 
     // Every task gets the wake-up after SYS_StartApp has returned or about then.
     for (int app : chain) {

@@ -1,6 +1,7 @@
 // Tests of the wait list through the exported API: argument checks, handles (reuse, stale and forged
 // ones refused), the walk calling procedures, failures that leave nothing behind, and concurrent use.
 #include <atomic>
+#include <chrono>
 #include <gtest/gtest.h>
 #include <thread>
 #include <vector>
@@ -9,6 +10,7 @@
 
 #include "standin_ctl.h"
 
+#include "imagent_reader.h"
 #include "leak_check.h"
 
 namespace {
@@ -92,6 +94,26 @@ TEST_F(WaitListTest, FreedEntryIsReusedLowestFirst) {
     for (u32 h : {a, c, d}) {
         EXPECT_EQ(RUK_WaitListUnregister(h), 0u);
     }
+}
+
+// Refused removals are logged with their exact texts; waits out the per-tag repetition filter first.
+TEST_F(WaitListTest, RefusedUnregistrationsAreLogged) {
+    zol::test::ImAgentCapture capture;
+    const auto pastFilter = std::chrono::milliseconds(ZOL_LOG_FILTER_INTERVAL_MS + 100);
+    std::this_thread::sleep_for(pastFilter);
+    EXPECT_EQ(RUK_WaitListUnregister(0), WAITLIST_ERR_PARAM);
+    std::this_thread::sleep_for(pastFilter);
+    EXPECT_EQ(RUK_WaitListUnregister(0x00120013u), WAITLIST_ERR_HANDLE);
+    const auto records = capture.WithTag("RUK_WLUR");
+    ASSERT_EQ(records.size(), 2u);
+    EXPECT_EQ(records[0].Text(zol::test::kImFirstText + 1), "Check handle fail");
+    // The writer may put the repetition filter's call count in front of the text.
+    auto endsWith = [](const std::string &text, const std::string &tail) {
+        return text.size() >= tail.size() && text.compare(text.size() - tail.size(), tail.size(), tail) == 0;
+    };
+    EXPECT_TRUE(endsWith(records[0].Formatted(), "handle is null")) << records[0].Formatted();
+    EXPECT_EQ(records[1].Text(zol::test::kImFirstText + 1), "Find son node fail");
+    EXPECT_TRUE(endsWith(records[1].Formatted(), "sub node is null, handle:1179667")) << records[1].Formatted();
 }
 
 struct Call {

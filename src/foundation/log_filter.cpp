@@ -4,11 +4,11 @@
 #include <cstddef>
 #include <cstring>
 #include <sys/time.h>
-#include <thread>
 
 #include "bounds_checked.h"
 #include "plat_hash.h"
 #include "ruk_mutex.h"
+#include "ruk_task.h"
 
 namespace zol::log {
 namespace {
@@ -82,7 +82,7 @@ bool FilterLock() {
             }
             continue;
         }
-        std::this_thread::yield(); // another thread is preparing the mutex
+        (void)RUK_TaskDelay(0); // another thread is preparing the mutex
     }
 }
 

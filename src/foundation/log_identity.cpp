@@ -4,11 +4,11 @@
 
 #include <sys/prctl.h>
 #include <sys/syscall.h>
-#include <thread>
 #include <unistd.h>
 
 #include "bounds_checked.h"
 #include "devm.h"
+#include "ruk_task.h"
 
 namespace zol::log {
 namespace {
@@ -65,7 +65,7 @@ const LogIdentity &ZOL_LogIdentityInit() {
             g_stLogIdentity.ulInited.store(1, std::memory_order_release);
             break;
         }
-        std::this_thread::yield();
+        (void)RUK_TaskDelay(0);
     }
     return g_stLogIdentity;
 }

@@ -1,0 +1,155 @@
+// Chain plumbing shared by the message-buffer operations: allocation with owner marks, descriptor release,
+// block sharing queries, offset location and the invariant walker.
+#include "foundation/foundation_internal.h"
+#include "mbuf/mbuf_internal.h"
+
+#include <cstring>
+
+#include "ruk_mem.h"
+
+namespace zol::mbuf {
+
+MBUF *AllocHeader(u32 moduleId, u32 line) {
+    return static_cast<MBUF *>(ZOL_MemAlloc(moduleId | kOwnerHeader, sizeof(MBUF), kFileTag, line));
+}
+
+DataBlockDescriptor *AllocDescriptorRecord(u32 moduleId, u32 line) {
+    return static_cast<DataBlockDescriptor *>(
+        ZOL_MemAlloc(moduleId | kOwnerDescriptor, sizeof(DataBlockDescriptor), kFileTag, line));
+}
+
+u8 *AllocBlock(u32 size, u32 moduleId, u32 line) {
+    return static_cast<u8 *>(ZOL_MemAlloc(moduleId | kOwnerBlock, size, kFileTag, line));
+}
+
+void Release(void *p, u32 line) {
+    (void)ZOL_MemFree(p, kFileTag, line);
+}
+
+DataBlockDescriptor *MBUF_CreateDataBlockDescriptor(u32 blockSize, u32 type, u32 moduleId) {
+    DataBlockDescriptor *d = AllocDescriptorRecord(moduleId, __LINE__);
+    if (d == nullptr) {
+        return nullptr;
+    }
+    u8 *block = AllocBlock(blockSize, moduleId, __LINE__);
+    if (block == nullptr) {
+        Release(d, __LINE__);
+        return nullptr;
+    }
+    d->type = type;
+    d->blockSize = static_cast<u16>(blockSize);
+    d->dataBlock = block;
+    d->next = nullptr;
+    return d;
+}
+
+void ReleaseDescriptor(DataBlockDescriptor *d, u32 line) {
+    if (d->dataBlock != nullptr) {
+        Release(d->dataBlock, line);
+    }
+    Release(d, line);
+}
+
+u32 ReleaseChain(DataBlockDescriptor *d, u32 line) {
+    u32 released = 0;
+    while (d != nullptr) {
+        DataBlockDescriptor *next = d->next;
+        ReleaseDescriptor(d, line);
+        ++released;
+        d = next;
+    }
+    return released;
+}
+
+void PresetControlInfo(MBUF *mbuf) {
+    // Words are stored through memcpy: the area is a byte array with no alignment promise of its own.
+    std::memset(mbuf->controlInfo, 0, sizeof mbuf->controlInfo);
+    const u32 a = kControlWordA;
+    const u32 b = kControlWordB;
+    std::memcpy(mbuf->controlInfo + MBUF_CONTROL_WORD_A_OFFSET, &a, sizeof a);
+    std::memcpy(mbuf->controlInfo + MBUF_CONTROL_WORD_B_OFFSET, &b, sizeof b);
+}
+
+bool BlockUnshared(const DataBlockDescriptor *d) {
+    u32 count = 0;
+    return RUK_MemRefGet(d->dataBlock, &count) == 0 && count == 1;
+}
+
+DataBlockDescriptor *LastDescriptor(MBUF *mbuf) {
+    DataBlockDescriptor *d = &mbuf->firstDescriptor;
+    while (d->next != nullptr) {
+        d = d->next;
+    }
+    return d;
+}
+
+void PushFront(MBUF *mbuf, DataBlockDescriptor *d) {
+    const DataBlockDescriptor former = mbuf->firstDescriptor;
+    mbuf->firstDescriptor = *d;
+    *d = former;
+    mbuf->firstDescriptor.next = d;
+    ++mbuf->dataBlockCount;
+}
+
+namespace {
+
+DataBlockDescriptor *Locate(MBUF *mbuf, u32 *offset, u32 *passed, bool strict) {
+    DataBlockDescriptor *d = &mbuf->firstDescriptor;
+    u32 n = 0;
+    while (d != nullptr && (strict ? d->dataLength <= *offset : d->dataLength < *offset)) {
+        *offset -= d->dataLength;
+        d = d->next;
+        ++n;
+    }
+    if (passed != nullptr) {
+        *passed = n;
+    }
+    return d;
+}
+
+} // namespace
+
+DataBlockDescriptor *LocateStrict(MBUF *mbuf, u32 *offset, u32 *passed) {
+    return Locate(mbuf, offset, passed, true);
+}
+
+DataBlockDescriptor *LocateLenient(MBUF *mbuf, u32 *offset, u32 *passed) {
+    return Locate(mbuf, offset, passed, false);
+}
+
+namespace {
+
+bool DescriptorIsSound(const DataBlockDescriptor *d) {
+    if (d->dataBlock == nullptr) {
+        return d->dataLength == 0;
+    }
+    return d->dataBlock <= d->data && d->data + d->dataLength <= d->dataBlock + d->blockSize;
+}
+
+// Every block must carry at least one reference per descriptor of this buffer that uses it; other
+// buffers may hold more. A failed query proves nothing and is skipped.
+bool ReferencesCover(const MBUF *mbuf, const DataBlockDescriptor *d) {
+    u32 users = 0;
+    for (const DataBlockDescriptor *e = &mbuf->firstDescriptor; e != nullptr; e = e->next) {
+        users += (e->dataBlock == d->dataBlock) ? 1 : 0;
+    }
+    u32 refs = 0;
+    return RUK_MemRefGet(d->dataBlock, &refs) != 0 || refs >= users;
+}
+
+} // namespace
+
+bool ChainIsSound(const MBUF *mbuf) {
+    u64 total = 0;
+    u32 count = 0;
+    for (const DataBlockDescriptor *d = &mbuf->firstDescriptor; d != nullptr; d = d->next) {
+        if (!DescriptorIsSound(d) || (d->dataBlock != nullptr && !ReferencesCover(mbuf, d))) {
+            return false;
+        }
+        total += d->dataLength;
+        ++count;
+    }
+    return total == mbuf->totalDataLength && count == mbuf->dataBlockCount;
+}
+
+} // namespace zol::mbuf

@@ -1,0 +1,171 @@
+// Test-side view of message buffers, written from the exported record layout alone: the flat bytes of a
+// buffer, snapshots of its structure, the chain invariant across a set of buffers (reference counts
+// included), builders of chains with chosen descriptor lengths, and the allocation-failure sweep.
+#ifndef ZOL_MBUF_TEST_MODEL_H
+#define ZOL_MBUF_TEST_MODEL_H
+
+#include <cstring>
+#include <gtest/gtest.h>
+#include <initializer_list>
+#include <map>
+#include <vector>
+
+#include "zol_mbuf.h"
+
+#include "ruk_mem.h"
+#include "standin_ctl.h"
+
+namespace zol::test {
+
+constexpr u32 kMod = 0xC00D0000u; // module id the tests allocate under
+constexpr u32 kType = 7;
+
+using Bytes = std::vector<u8>;
+
+// The buffer's data as one flat array, read straight from the descriptors.
+inline Bytes Flat(const MBUF *m) {
+    Bytes out;
+    for (const DataBlockDescriptor *d = &m->firstDescriptor; d != nullptr; d = d->next) {
+        out.insert(out.end(), d->data, d->data + d->dataLength);
+    }
+    return out;
+}
+
+inline Bytes Pattern(size_t n, u32 seed) {
+    Bytes b(n);
+    for (size_t i = 0; i < n; ++i) {
+        b[i] = static_cast<u8>((i * 131u + seed * 17u + (i >> 8)) & 0xFF);
+    }
+    return b;
+}
+
+// Writes bytes over the buffer's data directly, as a process does through the fields.
+inline void Fill(MBUF *m, const Bytes &bytes) {
+    size_t pos = 0;
+    for (DataBlockDescriptor *d = &m->firstDescriptor; d != nullptr; d = d->next) {
+        if (d->dataLength > 0) {
+            std::memcpy(d->data, bytes.data() + pos, d->dataLength);
+            pos += d->dataLength;
+        }
+    }
+}
+
+inline std::vector<u16> Lengths(const MBUF *m) {
+    std::vector<u16> out;
+    for (const DataBlockDescriptor *d = &m->firstDescriptor; d != nullptr; d = d->next) {
+        out.push_back(d->dataLength);
+    }
+    return out;
+}
+
+inline std::vector<const DataBlockDescriptor *> Descriptors(const MBUF *m) {
+    std::vector<const DataBlockDescriptor *> out;
+    for (const DataBlockDescriptor *d = &m->firstDescriptor; d != nullptr; d = d->next) {
+        out.push_back(d);
+    }
+    return out;
+}
+
+inline u32 RefCount(const void *block) {
+    u32 count = 0;
+    EXPECT_EQ(RUK_MemRefGet(const_cast<void *>(block), &count), 0u);
+    return count;
+}
+
+// Structure and contents of a buffer, to prove that a failed operation changed nothing.
+struct Snapshot {
+    std::vector<DataBlockDescriptor> records; // next pointers included: the same records must stay linked
+    Bytes flat;
+    u32 total = 0;
+    u32 count = 0;
+    Bytes control;
+    bool operator==(const Snapshot &o) const {
+        if (records.size() != o.records.size()) {
+            return false;
+        }
+        for (size_t i = 0; i < records.size(); ++i) {
+            if (std::memcmp(&records[i], &o.records[i], sizeof(DataBlockDescriptor)) != 0) {
+                return false;
+            }
+        }
+        return flat == o.flat && total == o.total && count == o.count && control == o.control;
+    }
+};
+
+inline Snapshot Take(const MBUF *m) {
+    Snapshot s;
+    for (const DataBlockDescriptor *d = &m->firstDescriptor; d != nullptr; d = d->next) {
+        DataBlockDescriptor copy;
+        std::memset(&copy, 0, sizeof copy);
+        copy = *d;
+        s.records.push_back(copy);
+    }
+    s.flat = Flat(m);
+    s.total = m->totalDataLength;
+    s.count = m->dataBlockCount;
+    s.control.assign(m->controlInfo, m->controlInfo + MBUF_CONTROL_INFO_SIZE);
+    return s;
+}
+
+// The chain invariant over every live buffer of a test: per buffer the total is the sum of the lengths,
+// the count is the number of descriptors and each descriptor's data lies inside its block; across the
+// buffers each block's reference count equals the number of descriptors pointing into it.
+inline void ExpectSound(const std::vector<const MBUF *> &buffers) {
+    std::map<const u8 *, u32> users;
+    for (const MBUF *m : buffers) {
+        u64 total = 0;
+        u32 count = 0;
+        for (const DataBlockDescriptor *d = &m->firstDescriptor; d != nullptr; d = d->next) {
+            ASSERT_NE(d->dataBlock, nullptr) << "descriptor " << count;
+            EXPECT_LE(d->dataBlock, d->data) << "descriptor " << count;
+            EXPECT_LE(d->data + d->dataLength, d->dataBlock + d->blockSize) << "descriptor " << count;
+            ++users[d->dataBlock];
+            total += d->dataLength;
+            ++count;
+        }
+        EXPECT_EQ(total, m->totalDataLength);
+        EXPECT_EQ(count, m->dataBlockCount);
+    }
+    for (const auto &[block, n] : users) {
+        EXPECT_EQ(RefCount(block), n) << "references of a block";
+    }
+}
+
+// A buffer whose descriptors hold the given lengths (each in its own block after `headSpace` bytes of head
+// room), filled with `bytes` (or a pattern).
+inline MBUF *Chain(std::initializer_list<u32> lengths, u32 headSpace = 100, u32 seed = 1) {
+    MBUF *head = nullptr;
+    for (u32 len : lengths) {
+        MBUF *piece = MBUF_CreateForControlPacket(headSpace, len, kType, kMod);
+        EXPECT_NE(piece, nullptr);
+        if (head == nullptr) {
+            head = piece;
+        } else {
+            EXPECT_EQ(MBUF_Concatenate(head, piece, kMod), 0u);
+        }
+    }
+    Fill(head, Pattern(head->totalDataLength, seed));
+    return head;
+}
+
+// Runs op with the k-th allocation failing, for k = 0, 1, ... until op succeeds with the injection still
+// pending (so every allocation step has been failed once). op returns true on success; after each failure
+// `onFailure` checks what the failure left. Returns the number of failing steps seen.
+template <typename Op, typename OnFailure>
+u32 SweepAllocFailures(Op op, OnFailure onFailure) {
+    for (u32 k = 0; k < 1000; ++k) {
+        PLAT_FaultInject("RUK_MemAlloc_F", k, 1);
+        const bool ok = op();
+        PLAT_FaultClear();
+        if (ok) {
+            return k;
+        }
+        onFailure(k);
+    }
+    ADD_FAILURE() << "operation never succeeded";
+    return 0;
+}
+
+} // namespace zol::test
+
+#endif // ZOL_MBUF_TEST_MODEL_H
