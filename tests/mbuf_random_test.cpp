@@ -34,10 +34,7 @@ class Sim {
             const Bytes src = Pattern(Rand(3000), Rand(1000));
             Add(MBUF_CreateByCopyBuffer(Rand(2049), static_cast<u32>(src.size()), src.data(), kType, kMod), src);
         } else if (op_ >= 2) {
-            static void (Sim::*const kOps[])(size_t) = {&Sim::Destroy,  &Sim::Write,    &Sim::Copy, &Sim::Copy,
-                                                        &Sim::Join,     &Sim::Fragment, &Sim::Cut,  &Sim::PullUp,
-                                                        &Sim::Compress, &Sim::Grow,     &Sim::Grow};
-            (this->*kOps[op_ - 2])(Rand(static_cast<u32>(bufs_.size())));
+            Run(Rand(static_cast<u32>(bufs_.size())));
         }
         PLAT_FaultClear();
         ExpectSound(std::vector<const MBUF *>(bufs_.begin(), bufs_.end()));
@@ -50,6 +47,38 @@ class Sim {
     u32 sharedSeen = 0;
 
   private:
+    void Run(size_t i) {
+        switch (op_) {
+        case 2:
+            Destroy(i);
+            break;
+        case 3:
+            Write(i);
+            break;
+        case 4:
+        case 5:
+            Copy(i);
+            break;
+        case 6:
+            Join(i);
+            break;
+        case 7:
+            Fragment(i);
+            break;
+        case 8:
+            Cut(i);
+            break;
+        case 9:
+            PullUp(i);
+            break;
+        case 10:
+            Compress(i);
+            break;
+        default:
+            Grow(i);
+            break;
+        }
+    }
     u32 Rand(u32 n) { return n == 0 ? 0 : static_cast<u32>(rng_() % n); }
     u32 Total(size_t i) const { return bufs_[i]->totalDataLength; }
     bool Full() const { return bufs_.size() >= kMaxBuffers; }

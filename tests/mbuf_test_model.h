@@ -45,8 +45,10 @@ inline Bytes Pattern(size_t n, u32 seed) {
 inline void Fill(MBUF *m, const Bytes &bytes) {
     size_t pos = 0;
     ZOL_FOR_EACH_DESCRIPTOR(d, m) {
-        std::memcpy(d->data, bytes.data() + pos, d->dataLength);
-        pos += d->dataLength;
+        if (d->dataLength > 0) { // an empty pattern has no data pointer at all
+            std::memcpy(d->data, bytes.data() + pos, d->dataLength);
+            pos += d->dataLength;
+        }
     }
 }
 
