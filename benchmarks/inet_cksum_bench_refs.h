@@ -8,7 +8,7 @@
 
 namespace zol::bench {
 
-// The classic design: 32-bit accumulator of two-byte loads from even addresses, the odd-start byte taken
+// The classic loop: 32-bit accumulator of two-byte loads from even addresses, the odd-start byte taken
 // alone and the sum rotated, loops unrolled to 16 and then 4 words, folds only where needed.
 uint16_t UnrolledWordCksum(const void *pData, uint32_t ulLen);
 

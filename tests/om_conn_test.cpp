@@ -93,10 +93,10 @@ TEST_F(OmConn, ServesDiagnosticsEndToEndAndReconnectsAfterARestart) {
     daemon = std::make_unique<om_test::Daemon>(sock_);
     ASSERT_TRUE(daemon->Up());
     auto start = std::chrono::steady_clock::now();
-    r = DiagOnceConnected({pid_, "get-rpc-info", "callback-time"});
+    r = DiagOnceConnected({pid_, "get-rpc-info", "node-detail"});
     auto waited = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
     EXPECT_EQ(r.rc, 0);
-    EXPECT_EQ(r.out, "[Error]:Cmd type (1,callback-time) not implement.\n");
+    EXPECT_EQ(r.out, "[Error]:Cmd type (1,node-detail) not implement.\n");
     RecordProperty("reconnect_ms", static_cast<int>(waited.count()));
 }
 

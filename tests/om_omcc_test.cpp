@@ -78,27 +78,26 @@ TEST(OmccDoc, ParsesJsonAndXmlAndFindsNodes) {
 }
 
 TEST(OmccDoc, RefusesWhatTheModelsDoNotAllow) {
-    EXPECT_EQ(TypeOf(JsonDoc(1, ",\"get-ipc-info\":{\"type\":\"a\",\"bogus\":1}"), 1, "get-ipc-info"), "<no doc>");
-    EXPECT_EQ(TypeOf(XmlDoc(1, "<get-ipc-info><bogus/></get-ipc-info>"), 1, "get-ipc-info"), "<no doc>");
-    EXPECT_EQ(TypeOf("{\"no-such-module:x\":{}}", 1, "get-ipc-info"), "<no doc>");
-    EXPECT_EQ(TypeOf(JsonDoc(1, ",\"get-ipc-info\":{\"type\":\"\"}"), 1, "get-ipc-info"), "<no doc>"); // length 1..64
-    std::string quotedId = JsonDoc(1, "").replace(JsonDoc(1, "").find(":1"), 2, ":\"1\"");
-    EXPECT_EQ(TypeOf(quotedId, 1, "get-ipc-info"), "<no doc>");
-    EXPECT_EQ(TypeOf("{\"korvex-diagnose:diagnose\":", 1, "get-ipc-info"), "<no doc>");
-    EXPECT_EQ(TypeOf(std::string("{\0}", 3), 1, "get-ipc-info"), "<no doc>");
-    for (const char *framing : {"", "{} x", "{}}", "{}{}", "{\"a\":\"}"}) {
-        EXPECT_EQ(TypeOf(framing, 1, "get-ipc-info"), "<no doc>") << framing;
+    const std::string refused[] = {JsonDoc(1, ",\"get-ipc-info\":{\"type\":\"a\",\"bogus\":1}"),
+                                   XmlDoc(1, "<get-ipc-info><bogus/></get-ipc-info>"),
+                                   "{\"no-such-module:x\":{}}",
+                                   JsonDoc(1, ",\"get-ipc-info\":{\"type\":\"\"}"), // type length 1..64
+                                   "{\"korvex-diagnose:diagnose\":{\"korvex-diagnose-zol:zol\":{\"processes\":{"
+                                   "\"process\":[{\"process-id\":\"1\"}]}}}}",
+                                   "{\"korvex-diagnose:diagnose\":",
+                                   std::string("{\0}", 3),
+                                   "",
+                                   "{} x",
+                                   "{}}",
+                                   "{}{}",
+                                   "{\"a\":\"}"};
+    for (const std::string &text : refused) {
+        EXPECT_EQ(TypeOf(text, 1, "get-ipc-info"), "<no doc>") << text;
     }
-    EXPECT_EQ(omcc_parse_bytes(reinterpret_cast<void *>(1), nullptr), nullptr);
-    // An empty document parses but has nothing in it.
-    OMCC_DOC_S *empty = Parse("{}");
+    OMCC_DOC_S *empty = Parse("{}"); // parses, but has nothing in it
     ASSERT_NE(empty, nullptr);
-    EXPECT_EQ(omcc_doc_root(empty), nullptr);
     EXPECT_EQ(omcc_find_node(omcc_doc_root(empty), ProcPath(1).c_str()), nullptr);
     omcc_free_doc(empty);
-    const char *text = "unchanged";
-    EXPECT_EQ(omcc_parse_str(nullptr, "type", &text), OMCC_ERR_PARAM);
-    EXPECT_STREQ(text, "unchanged");
     ASSERT_EQ(PLAT_FaultInject("omcc_parse_bytes", 0, 1), 0u);
     EXPECT_EQ(TypeOf(JsonDoc(1, ",\"get-ipc-info\":{\"type\":\"a\"}"), 1, "get-ipc-info"), "<no doc>");
     EXPECT_EQ(TypeOf(JsonDoc(1, ",\"get-ipc-info\":{\"type\":\"a\"}"), 1, "get-ipc-info"), "a");

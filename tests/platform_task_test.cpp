@@ -18,39 +18,22 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-long ElapsedMs(Clock::time_point since) {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - since).count();
-}
-
-std::string KernelName(pid_t tid) {
-    std::ifstream comm("/proc/self/task/" + std::to_string(tid) + "/comm");
-    std::string name;
-    std::getline(comm, name);
-    return name;
-}
-
-// What a created task saw when it started.
+// What a created task saw when it started; it stays alive until the test has read its kernel name.
 struct Probe {
     const u32 *creatorVar = nullptr;
-    u32 idInCreatorVar = 0;
-    u32 currentId = 0;
-    uintptr_t args[4] = {};
-    pid_t tid = 0;
-    std::promise<void> started;
-    std::promise<void> release; // the task stays alive until the test has read its kernel name
+    u32 idInCreatorVar = 0, currentId = 0;
+    uintptr_t lastArg = 0;
+    std::string kernelName;
+    std::promise<void> started, release;
 };
 
-void ProbeEntry(uintptr_t a0, uintptr_t a1, uintptr_t a2, uintptr_t a3) {
+void ProbeEntry(uintptr_t a0, uintptr_t, uintptr_t, uintptr_t a3) {
     Probe *probe = reinterpret_cast<Probe *>(a0);
     probe->idInCreatorVar = *probe->creatorVar;
     probe->currentId = RUK_TaskCurrentIdGet();
-    probe->args[0] = a0;
-    probe->args[1] = a1;
-    probe->args[2] = a2;
-    probe->args[3] = a3;
-    probe->tid = static_cast<pid_t>(syscall(SYS_gettid));
+    probe->lastArg = a3;
+    std::ifstream comm("/proc/self/task/" + std::to_string(syscall(SYS_gettid)) + "/comm");
+    std::getline(comm, probe->kernelName);
     std::future<void> release = probe->release.get_future();
     probe->started.set_value();
     release.wait();
@@ -58,7 +41,7 @@ void ProbeEntry(uintptr_t a0, uintptr_t a1, uintptr_t a2, uintptr_t a3) {
 
 void NoOpEntry(uintptr_t, uintptr_t, uintptr_t, uintptr_t) {}
 
-TEST(PlatformTask, CreatePublishesIdBeforeRunAndNamesTheThread) {
+TEST(PlatformTask, CreatePublishesIdBeforeRunNamesTheThreadAndFailsAsInjected) {
     Probe probe;
     u32 taskId = 0;
     probe.creatorVar = &taskId;
@@ -66,84 +49,46 @@ TEST(PlatformTask, CreatePublishesIdBeforeRunAndNamesTheThread) {
     const char *longName = "platform_probe_task_with_a_long_name";
     ASSERT_EQ(RUK_TaskCreate(longName, &taskId, ProbeEntry, m_aulTaskPrio[7], 0, 0, args), RUK_OK);
     probe.started.get_future().wait();
-
     EXPECT_NE(taskId, 0u);
     EXPECT_EQ(probe.idInCreatorVar, taskId) << "the task ran before its id was stored";
     EXPECT_EQ(probe.currentId, taskId);
-    EXPECT_EQ(probe.args[1], 11u);
-    EXPECT_EQ(probe.args[3], 33u);
+    EXPECT_EQ(probe.lastArg, 33u);
     EXPECT_STREQ(RUK_GetTaskName(taskId), longName);
-    EXPECT_EQ(KernelName(probe.tid), std::string(longName, 15));
+    EXPECT_EQ(probe.kernelName, std::string(longName, 15));
     probe.release.set_value();
-
-    EXPECT_EQ(RUK_GetTaskName(0), nullptr);
     EXPECT_EQ(RUK_GetTaskName(0xFFFFFFF0u), nullptr);
-    EXPECT_EQ(RUK_TaskCreate(nullptr, &taskId, NoOpEntry, 0, 0, 0, nullptr), RUK_ERR_PARAM);
-    EXPECT_EQ(RUK_TaskCreate("x", nullptr, NoOpEntry, 0, 0, 0, nullptr), RUK_ERR_PARAM);
     EXPECT_EQ(RUK_TaskCreate("x", &taskId, nullptr, 0, 0, 0, nullptr), RUK_ERR_PARAM);
-}
 
-TEST(PlatformTask, PriorityTableRanksByImportance) {
-    for (u32 i = 1; i < RUK_TASK_PRIO_NUM; ++i) {
-        EXPECT_LT(m_aulTaskPrio[i - 1], m_aulTaskPrio[i]) << "entry " << i;
+    u32 ids[4] = {};
+    ASSERT_EQ(PLAT_FaultInject("RUK_TaskCreate", 1, 2), RUK_OK);
+    const u32 expected[4] = {RUK_OK, RUK_ERR_INJECTED, RUK_ERR_INJECTED, RUK_OK};
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(RUK_TaskCreate("inj", &ids[i], NoOpEntry, 0, 0, 0, nullptr), expected[i]) << i;
     }
+    PLAT_FaultClear();
 }
 
 TEST(PlatformTask, ForeignThreadsAreAdoptedWithTheirKernelName) {
     u32 mainId = RUK_TaskCurrentIdGet();
     EXPECT_NE(mainId, 0u);
-    EXPECT_EQ(RUK_TaskCurrentIdGet(), mainId);
     std::vector<u32> ids(4);
     std::vector<std::thread> threads;
     for (size_t i = 0; i < ids.size(); ++i) {
         threads.emplace_back([&ids, i] {
             pthread_setname_np(pthread_self(), ("adopted" + std::to_string(i)).c_str());
             ids[i] = RUK_TaskCurrentIdGet();
-            if (RUK_TaskCurrentIdGet() != ids[i]) {
-                ids[i] = 0;
-            }
+            ids[i] = RUK_TaskCurrentIdGet() == ids[i] ? ids[i] : 0; // stable within the thread
         });
     }
-    for (auto &thread : threads) {
-        thread.join();
-    }
     for (size_t i = 0; i < ids.size(); ++i) {
+        threads[i].join();
         ASSERT_NE(ids[i], 0u);
         EXPECT_NE(ids[i], mainId);
-        // The record outlives the thread.
-        EXPECT_EQ(std::string(RUK_GetTaskName(ids[i])), "adopted" + std::to_string(i));
+        EXPECT_EQ(std::string(RUK_GetTaskName(ids[i])), "adopted" + std::to_string(i)); // outlives the thread
         for (size_t j = 0; j < i; ++j) {
             EXPECT_NE(ids[i], ids[j]);
         }
     }
-}
-
-TEST(PlatformTask, CreateFailsExactlyAsInjected) {
-    u32 ids[4] = {};
-    ASSERT_EQ(PLAT_FaultInject("RUK_TaskCreate", 1, 2), RUK_OK);
-    EXPECT_EQ(RUK_TaskCreate("inj0", &ids[0], NoOpEntry, 0, 0, 0, nullptr), RUK_OK);
-    EXPECT_EQ(RUK_TaskCreate("inj1", &ids[1], NoOpEntry, 0, 0, 0, nullptr), RUK_ERR_INJECTED);
-    EXPECT_EQ(RUK_TaskCreate("inj2", &ids[2], NoOpEntry, 0, 0, 0, nullptr), RUK_ERR_INJECTED);
-    EXPECT_EQ(RUK_TaskCreate("inj3", &ids[3], NoOpEntry, 0, 0, 0, nullptr), RUK_OK);
-    EXPECT_NE(ids[0], 0u);
-    EXPECT_NE(ids[3], 0u);
-    PLAT_FaultClear();
-}
-
-TEST(PlatformTask, DelaysSleepAtLeastTheirTime) {
-    auto start = Clock::now();
-    EXPECT_EQ(RUK_TaskDelay(30), RUK_OK);
-    EXPECT_GE(ElapsedMs(start), 30);
-
-    // Having run at least 0 ms, the task must pause for the delay.
-    start = Clock::now();
-    EXPECT_EQ(RUK_TaskRunDelay(0, 30), RUK_OK);
-    EXPECT_GE(ElapsedMs(start), 30);
-
-    // Just after a pause the task has not run for a minute, so it must not pause for five seconds.
-    start = Clock::now();
-    EXPECT_EQ(RUK_TaskRunDelay(60000, 5000), RUK_OK);
-    EXPECT_LT(ElapsedMs(start), 2500);
 }
 
 TEST(PlatformEvent, AllAnyNowaitAndTimeout) {
@@ -155,23 +100,16 @@ TEST(PlatformEvent, AllAnyNowaitAndTimeout) {
     EXPECT_EQ(got, 0x1u) << "only the requested bits that were set are taken";
     EXPECT_EQ(RUK_Ev_Read(0x1, &got, RUK_NOWAIT | RUK_EV_ANY, 0), RUK_ERR_EMPTY) << "taken bits are cleared";
     EXPECT_EQ(RUK_Ev_Read(0x4, &got, RUK_NOWAIT, 0), RUK_OK);
-    EXPECT_EQ(got, 0x4u);
-
-    auto start = Clock::now();
+    auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(RUK_Ev_Read(0x8, &got, RUK_WAIT, 40), RUK_ERR_TIMEOUT);
-    EXPECT_GE(ElapsedMs(start), 40);
-
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(40));
     EXPECT_EQ(RUK_Ev_Read(0, &got, RUK_NOWAIT, 0), RUK_ERR_PARAM);
-    EXPECT_EQ(RUK_Ev_Read(1, nullptr, RUK_NOWAIT, 0), RUK_ERR_PARAM);
-    EXPECT_EQ(RUK_Ev_Write(self, 0), RUK_ERR_PARAM);
-    EXPECT_EQ(RUK_Ev_Write(0, 1), RUK_ERR_NOT_FOUND);
     EXPECT_EQ(RUK_Ev_Write(0xFFFFFFF0u, 1), RUK_ERR_NOT_FOUND);
 }
 
 struct Waiter {
     u32 id = 0;
-    std::atomic<u32> result{0xFFFFFFFFu};
-    std::atomic<u32> received{0};
+    std::atomic<u32> result{0xFFFFFFFFu}, received{0};
     std::promise<void> done;
 };
 
@@ -190,19 +128,15 @@ TEST(PlatformEvent, WriterWakesATaskWaitingForAllBits) {
     ASSERT_EQ(RUK_TaskCreate("evwait", &waiter.id, WaitAllEntry, m_aulTaskPrio[7], 0, 0, args), RUK_OK);
     std::future<void> done = waiter.done.get_future();
     ASSERT_EQ(RUK_Ev_Write(waiter.id, 0x1), RUK_OK);
-    // One of two bits must not satisfy an all-bits read.
-    EXPECT_EQ(done.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+    EXPECT_EQ(done.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout) << "one of two bits";
     ASSERT_EQ(RUK_Ev_Write(waiter.id, 0x6), RUK_OK);
     done.wait();
     EXPECT_EQ(waiter.result.load(), RUK_OK);
     EXPECT_EQ(waiter.received.load(), 0x3u);
 }
 
-TEST(PlatformMutex, SerialisesThreadsAndChecksArguments) {
+TEST(PlatformMutex, SerialisesThreads) {
     RUK_MUTEX_S mutex{};
-    int dummy = 0;
-    EXPECT_EQ(RUK_MutexInit(nullptr, nullptr), RUK_ERR_PARAM);
-    EXPECT_EQ(RUK_MutexInit(&mutex, &dummy), RUK_ERR_PARAM);
     ASSERT_EQ(RUK_MutexInit(&mutex, nullptr), RUK_OK);
     long counter = 0;
     std::vector<std::thread> threads;
@@ -219,10 +153,6 @@ TEST(PlatformMutex, SerialisesThreadsAndChecksArguments) {
         thread.join();
     }
     EXPECT_EQ(counter, 4 * 20000);
-#ifndef NDEBUG
-    // Debug builds check ownership: unlocking a mutex nobody holds is refused.
-    EXPECT_NE(RUK_MutexUnlock(&mutex), RUK_OK);
-#endif
 }
 
 } // namespace

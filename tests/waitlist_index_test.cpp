@@ -54,7 +54,7 @@ TEST(WaitListIndexTest, TableStartsAt20DoublesAndRefusesWhenItCannotGrow) {
     EXPECT_EQ(again & 0xFFFFu, 3u);
     u64 v = 0;
     if (again == h[2]) {
-        // Re-registered within the same second: the tag cannot tell them apart; that is the design's limit.
+        // Re-registered within the same second: a seconds tag cannot tell them apart.
         EXPECT_EQ(RUK_WaitListGet(h[2], &v), 0u);
     } else {
         EXPECT_EQ(RUK_WaitListGet(h[2], &v), WAITLIST_ERR_HANDLE);

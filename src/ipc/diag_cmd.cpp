@@ -2,6 +2,8 @@
 // command node and its "type", run the sub-command's display and print the result on the terminal.
 #include "foundation/foundation_internal.h"
 #include "foundation/log_points.h"
+#include "ipc/ipc_chan_internal.h"
+#include "ipc/rpc_internal.h"
 
 #include <cstring>
 #include <unistd.h>
@@ -18,11 +20,17 @@ OM_CMD_S g_astOmCmdTable[kOmCmdNum] = {
     {"get-ipc-info",
      {},
      {nullptr, OMCC_SUB_KIND_REQUEST, ZOL_OmCmdRequestProc, {}},
-     {{"connect-info", nullptr}, {"error", nullptr}, {"node-detail", nullptr}, {"packet", nullptr}}},
+     {{"connect-info", ipc::IPC_ShowConnectInfo},
+      {"error", ipc::IPC_ShowError},
+      {"node-detail", ipc::IPC_ShowNodeDetail},
+      {"packet", ipc::IPC_ShowPacket}}},
     {"get-rpc-info",
      {},
      {nullptr, OMCC_SUB_KIND_REQUEST, ZOL_OmCmdRequestProc, {}},
-     {{"callback-time", nullptr}, {"error", nullptr}, {"packet", nullptr}, {nullptr, nullptr}}},
+     {{"callback-time", rpc::IPC_RPC_ShowCallbackTime},
+      {"error", rpc::IPC_RPC_ShowError},
+      {"packet", rpc::IPC_RPC_ShowPacket},
+      {nullptr, nullptr}}},
 };
 
 namespace {

@@ -1,0 +1,497 @@
+// IPC channels and sending within the own node, through the exported calls: registration and its
+// refusals, the small node calls, every refusal of IPC_Send, delivery by callback and by queue, the
+// hand-back of the sent message, failure injection and several senders on one queue channel.
+#include "ipc/ipc_chan_internal.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <atomic>
+#include <cstring>
+#include <sys/eventfd.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+#include "zol_ipc.h"
+
+#include "ruk_queue.h"
+#include "standin_ctl.h"
+
+#include "leak_check.h"
+
+using namespace zol::ipc;
+
+namespace {
+
+constexpr u32 kSelf = 0x00A05003u; // location 3, process 5, high bits carried along
+constexpr u32 kOtherNode = 0x00006003u;
+constexpr u32 kLen = 64;
+
+class IpcEnv : public ::testing::Environment {
+  public:
+    void SetUp() override { ASSERT_EQ(IPC_Init(kSelf), IPC_OK); }
+};
+const auto *const g_env = ::testing::AddGlobalTestEnvironment(new IpcEnv);
+
+u32 ErrCount(IpcErrStatIndex idx) {
+    return IpcErrStatCount(idx);
+}
+IPC_CHAN_S &Chan(u32 id) {
+    return g_pstIpcChanTbl[id];
+}
+
+// One hand-over seen by a callback, with the header as the receiver read it.
+struct Delivery {
+    u32 type, own, peerNode, peerChan;
+    void *msg;
+    u32 len;
+    u32 hdrSrcNode, hdrDstNode, hdrSrcChan, hdrDstChan, hdrLen;
+    u8 mark;
+    std::vector<u8> payload;
+};
+std::vector<Delivery> g_seen;
+bool g_freeInCallback = true;
+
+u32 RecordingCallback(u32 type, u32 own, u32 peerNode, u32 peerChan, void *msg, u32 len) {
+    const IPC_MSG_HEAD_S *head = MsgHead(msg);
+    const auto *bytes = static_cast<const u8 *>(msg);
+    g_seen.push_back(Delivery{type, own, peerNode, peerChan, msg, len, IPC_GetSrcNodeId(msg), IPC_GetDstNodeId(msg),
+                              IPC_GetSrcChanId(msg), IPC_GetDstChanId(msg), head->ulMsgLen, head->ucMemFlag,
+                              std::vector<u8>(bytes, bytes + len)});
+    if (g_freeInCallback) {
+        IPC_FreeMsg(msg);
+    }
+    return 0;
+}
+
+// The callback's arguments but the message: kind, own channel, peer node, peer channel, length.
+std::vector<u32> CallbackArgs(const Delivery &d) {
+    return {d.type, d.own, d.peerNode, d.peerChan, d.len};
+}
+
+u32 FreeingCallback(u32, u32, u32, u32, void *msg, u32) {
+    IPC_FreeMsg(msg);
+    return 0;
+}
+
+void *NewMsg(u32 len, u8 fill) {
+    void *msg = IPC_AllocMsg_X(len, IPC_MOD_ID, "test", __LINE__);
+    if (msg != nullptr) {
+        memset(msg, fill, len);
+    }
+    return msg;
+}
+
+u32 NewQueue(const char *name, u32 depth) {
+    u32 id = 0;
+    EXPECT_EQ(RUK_Que_Create(name, depth, 0, &id), RUK_OK);
+    return id;
+}
+
+void ExpectRecord(u32 queId, u64 type, void *msg, u64 len) {
+    u64 rec[4] = {};
+    ASSERT_EQ(RUK_Que_Read(queId, rec, RUK_NOWAIT, 0), RUK_OK);
+    EXPECT_EQ(rec[0], type);
+    EXPECT_EQ(rec[1], reinterpret_cast<uintptr_t>(msg));
+    EXPECT_EQ(rec[2], len);
+    EXPECT_EQ(rec[3], 0u);
+}
+
+void ExpectQueueEmpty(u32 queId) {
+    u64 rec[4];
+    EXPECT_EQ(RUK_Que_Read(queId, rec, RUK_NOWAIT, 0), RUK_ERR_EMPTY);
+}
+
+class IpcSendTest : public zol::test::LeakCheckedTest {
+  protected:
+    void SetUp() override {
+        LeakCheckedTest::SetUp();
+        g_seen.clear();
+        g_freeInCallback = true;
+    }
+};
+
+TEST(IpcChannelTest, CreateChecksInOrderAndCountsEachRefusal) {
+    EXPECT_EQ(IPC_Init(kSelf), IPC_ERR_ALREADY);
+    EXPECT_EQ(IPC_Init(0x18000), IPC_ERR_ALREADY); // the flag is tested before the id
+    const u32 paramErr = ErrCount(IPC_PARAM_ERR);
+    EXPECT_EQ(IPC_Create(48, IPC_CHAN_MODE_QUEUE, 7, nullptr), IPC_ERR_CHAN);
+    EXPECT_EQ(IPC_Create(48, 3, 0, nullptr), IPC_ERR_CHAN);
+    EXPECT_EQ(IPC_Create(40, 3, 7, FreeingCallback), IPC_ERR_MODE);
+    EXPECT_EQ(IPC_Create(40, 0, 7, FreeingCallback), IPC_ERR_MODE);
+    EXPECT_EQ(IPC_Create(40, IPC_CHAN_MODE_CALLBACK, 7, nullptr), IPC_ERR_NO_CALLBACK);
+    EXPECT_EQ(IPC_Create(40, IPC_CHAN_MODE_QUEUE, 0, nullptr), IPC_ERR_NO_QUEUE);
+    EXPECT_EQ(IPC_GetChanRegFlag(40), 0u);
+    EXPECT_EQ(ErrCount(IPC_PARAM_ERR), paramErr + 6);
+
+    // Both registration fields are kept whatever the mode.
+    EXPECT_EQ(IPC_Create(40, IPC_CHAN_MODE_QUEUE, 7, FreeingCallback), IPC_OK);
+    EXPECT_EQ(Chan(40).usMode, IPC_CHAN_MODE_QUEUE);
+    EXPECT_EQ(Chan(40).ulQueId, 7u);
+    EXPECT_EQ(Chan(40).pfCallback, &FreeingCallback);
+    EXPECT_EQ(IPC_Create(41, IPC_CHAN_MODE_CALLBACK, 0, FreeingCallback), IPC_OK);
+    EXPECT_EQ(IPC_Create(40, IPC_CHAN_MODE_CALLBACK, 0, FreeingCallback), IPC_ERR_CHAN_REGISTERED);
+    EXPECT_EQ(Chan(40).usMode, IPC_CHAN_MODE_QUEUE);
+    EXPECT_EQ(ErrCount(IPC_PARAM_ERR), paramErr + 7);
+    EXPECT_EQ(IPC_GetChanRegCtrl(48), nullptr);
+}
+
+TEST(IpcNodeTest, SmallCallsOnTheOwnNode) {
+    EXPECT_EQ(IPC_GetSelfNodeId(), kSelf);
+    EXPECT_EQ(IPC_ConnectDstNode(kSelf), IPC_OK);
+    EXPECT_EQ(IPC_ConnectDstNode(kOtherNode), IPC_ERR_UNREACHABLE);
+    EXPECT_EQ(IPC_GetConnectStatus(kSelf), 0u);
+    EXPECT_EQ(IPC_GetConnectStatus(kOtherNode), 0u);
+    EXPECT_EQ(IPC_GetConnectStatus(0x18003), 0u);
+    EXPECT_EQ(IPC_AllowSndDataMaxLen(kSelf), 8383488u);
+    EXPECT_EQ(IPC_AllowSndDataMaxLen(kOtherNode), IPC_ERR_NOT_INIT);
+    EXPECT_EQ(IPC_AllowSndDataMaxLen(0xFF003), IPC_ERR_PARAM);
+
+    // Only the own record exists; its group and slot are marked used in the bitmaps.
+    EXPECT_NE(IPC_GetNode(kSelf), nullptr);
+    EXPECT_EQ(IPC_GetNode(kOtherNode), nullptr);
+    EXPECT_FALSE(IPC_BitmapIsFree(g_pstIpcGroupBitmap, 3));
+    EXPECT_TRUE(IPC_BitmapIsFree(g_pstIpcGroupBitmap, 4095));
+    EXPECT_FALSE(IPC_BitmapIsFree(g_ppstIpcNodeTbl[3]->pstSlotBitmap, 5));
+    EXPECT_TRUE(IPC_BitmapIsFree(g_ppstIpcNodeTbl[3]->pstSlotBitmap, 23));
+    EXPECT_EQ(g_ppstIpcNodeTbl[3]->pstSlotBitmap->aulBits[0], 0x00FFFFDFu);
+
+    EXPECT_EQ(IPC_SetServerPara(nullptr, 1), IPC_ERR_PARAM);
+    EXPECT_EQ(IPC_SetServerPara("10.1.2.3", 8080), IPC_OK);
+    EXPECT_EQ(IPC_GetNode(kSelf)->ulIpAddr, inet_addr("10.1.2.3"));
+    EXPECT_EQ(IPC_GetNode(kSelf)->usPort, htons(8080));
+    EXPECT_EQ(IPC_SetServerPara("not an address", 1), IPC_OK);
+    EXPECT_EQ(IPC_GetNode(kSelf)->ulIpAddr, 0xFFFFFFFFu);
+
+    u8 out2 = 0;
+    int out1 = 0;
+    EXPECT_EQ(IPC_GetUpNodeByProcess(23, &out1, &out2), IPC_OK);
+    EXPECT_EQ(IPC_GetUpNodeByProcess(24, &out1, &out2), 1u);
+    EXPECT_EQ(IPC_GetUpNodeByProcess(1, nullptr, &out2), 1u);
+    EXPECT_EQ(IPC_GetUpNodeByProcess(1, &out1, nullptr), 1u);
+    EXPECT_EQ(IPC_JoinGroup(1, 2), IPC_OK);
+    EXPECT_EQ(IPC_LeaveGroup(1, 2), IPC_OK);
+
+    EXPECT_EQ(IPC_SetAckMsgQueLen(0), 1u);
+    EXPECT_EQ(IPC_SetAckMsgQueLen(5001), 1u);
+    EXPECT_EQ(g_ulIpcAckMsgQueLen, 800u);
+    EXPECT_EQ(IPC_SetAckMsgQueLen(5000), IPC_OK);
+    EXPECT_EQ(g_ulIpcAckMsgQueLen, 5000u);
+}
+
+void NotifyStub(u32, u32) {}
+
+TEST(IpcNodeTest, ConnectNotifyTableHolds128) {
+    EXPECT_EQ(IPC_RegConnectNofity(nullptr), IPC_ERR_PARAM);
+    const u32 maxErr = ErrCount(IPC_MAX_REGISTER_ERR);
+    for (u32 i = 0; i < IPC_CONN_NOTIFY_NUM; i++) {
+        ASSERT_EQ(IPC_RegConnectNofity(NotifyStub), IPC_OK) << i;
+    }
+    EXPECT_EQ(IPC_RegConnectNofity(NotifyStub), IPC_ERR_ALREADY);
+    EXPECT_EQ(ErrCount(IPC_MAX_REGISTER_ERR), maxErr + 1);
+}
+
+// Sends that are refused before the header is touched: the message is byte for byte as it was.
+TEST_F(IpcSendTest, RefusalsBeforeTheHeaderIsFilledLeaveTheMessageAlone) {
+    ASSERT_EQ(IPC_Create(1, IPC_CHAN_MODE_CALLBACK, 0, RecordingCallback), IPC_OK);
+    ASSERT_EQ(IPC_Create(2, IPC_CHAN_MODE_CALLBACK, 0, RecordingCallback), IPC_OK);
+    void *msg = NewMsg(kLen, 0x5A);
+    ASSERT_NE(msg, nullptr);
+    u8 before[IPC_MSG_HEAD_LEN + kLen];
+    memcpy(before, MsgHead(msg), sizeof(before));
+    const u32 param = ErrCount(IPC_PARAM_ERR), msgErr = ErrCount(IPC_MSG_ERR), mc = ErrCount(IPC_SEND_MC_NOT_SUPPORT),
+              chanErr = ErrCount(IPC_CHAN_ERR);
+
+    EXPECT_EQ(IPC_Send(1, 0x18003, 2, 0, msg, kLen), IPC_ERR_DST_PROC);
+    EXPECT_EQ(IPC_Send(1, 0xFF003, 48, 0, msg, kLen), IPC_ERR_DST_PROC); // node checked before channels
+    EXPECT_EQ(IPC_Send(48, kSelf, 2, 0, msg, kLen), IPC_ERR_CHAN);
+    EXPECT_EQ(IPC_Send(1, kSelf, 48, 0, msg, kLen), IPC_ERR_CHAN);
+    EXPECT_EQ(ErrCount(IPC_PARAM_ERR), param + 2);
+    EXPECT_EQ(IPC_Send(1, kSelf, 2, 0, nullptr, kLen), IPC_ERR_MSG);
+    EXPECT_EQ(IPC_Send(1, kSelf, 2, 0, msg, 0), IPC_ERR_MSG);
+    EXPECT_EQ(ErrCount(IPC_MSG_ERR), msgErr + 2);
+    EXPECT_EQ(IPC_Send(1, kSelf, 2, IPC_SEND_FLAG_MULTICAST, msg, kLen), IPC_ERR_UNREACHABLE);
+    EXPECT_EQ(IPC_Send(1, kSelf, 2, IPC_SEND_FLAG_MULTICAST | IPC_SEND_FLAG_SYNC, msg, kLen), IPC_ERR_UNREACHABLE);
+    EXPECT_EQ(ErrCount(IPC_SEND_MC_NOT_SUPPORT), mc + 2);
+    EXPECT_EQ(IPC_Send(47, kSelf, 2, 0, msg, kLen), IPC_ERR_CHAN_NOT_REG);
+    EXPECT_EQ(ErrCount(IPC_CHAN_ERR), chanErr + 1);
+    EXPECT_EQ(memcmp(before, MsgHead(msg), sizeof(before)), 0);
+    EXPECT_TRUE(g_seen.empty());
+    EXPECT_EQ(ErrCount(IPC_PARAM_ERR), param + 2);
+
+    // Marks that say the caller does not hold the message: each counted by its kind, plus the total.
+    const u32 memErr = ErrCount(IPC_SEND_MEMORY_ERR), sending = ErrCount(IPC_MEMORY_SEND),
+              others = ErrCount(IPC_MEMORY_OTHERS);
+    MsgHead(msg)->ucMemFlag = IPC_MEM_SENDING;
+    EXPECT_EQ(IPC_Send(1, kSelf, 2, 0, msg, kLen), IPC_ERR_MSG_OWNER);
+    MsgHead(msg)->ucMemFlag = 0x77;
+    EXPECT_EQ(IPC_Send(1, kSelf, 2, 0, msg, kLen), IPC_ERR_MSG_OWNER);
+    EXPECT_EQ(ErrCount(IPC_MEMORY_SEND), sending + 1);
+    EXPECT_EQ(ErrCount(IPC_MEMORY_OTHERS), others + 1);
+    EXPECT_EQ(ErrCount(IPC_SEND_MEMORY_ERR), memErr + 2);
+    MsgHead(msg)->ucMemFlag = IPC_MEM_USED;
+    EXPECT_EQ(memcmp(before, MsgHead(msg), sizeof(before)), 0);
+    EXPECT_EQ(Chan(1).ulSendFailNum, 0u);
+
+    const u32 released = ErrCount(IPC_MEMORY_RELEASED);
+    IPC_FreeMsg(msg);
+    EXPECT_EQ(IPC_Send(1, kSelf, 2, 0, msg, kLen), IPC_ERR_MSG_OWNER);
+    EXPECT_EQ(ErrCount(IPC_MEMORY_RELEASED), released + 1);
+    EXPECT_EQ(ErrCount(IPC_SEND_MEMORY_ERR), memErr + 3);
+    EXPECT_TRUE(g_seen.empty());
+}
+
+// Failures after the header was filled: counted on the source channel, mark back to "held", header in
+// network order, the caller still owns the message.
+TEST_F(IpcSendTest, FailuresAfterTheHeaderFillCountOnTheSourceChannel) {
+    ASSERT_EQ(IPC_Create(15, IPC_CHAN_MODE_CALLBACK, 0, RecordingCallback), IPC_OK);
+    ASSERT_EQ(IPC_Create(16, IPC_CHAN_MODE_CALLBACK, 0, RecordingCallback), IPC_OK);
+    void *msg = NewMsg(IPC_MAX_MSG_LEN, 1);
+    ASSERT_NE(msg, nullptr);
+    const u32 chanErr = ErrCount(IPC_CHAN_ERR);
+
+    EXPECT_EQ(IPC_Send(15, kOtherNode, 16, 0, msg, kLen), IPC_ERR_UNREACHABLE);
+    const IPC_MSG_HEAD_S *head = MsgHead(msg);
+    EXPECT_EQ(head->ucMemFlag, IPC_MEM_USED);
+    EXPECT_EQ(head->ucSendFlag, 1u);
+    EXPECT_EQ(head->ulSrcNodeId, htonl(kSelf));
+    EXPECT_EQ(head->ulDstNodeId, htonl(kOtherNode));
+    EXPECT_EQ(head->usSrcChanId, htons(15));
+    EXPECT_EQ(head->usDstChanId, htons(16));
+    EXPECT_EQ(head->ulMsgLen, htonl(kLen));
+    EXPECT_EQ(Chan(15).ulSendFailNum, 1u);
+
+    EXPECT_EQ(IPC_Send(15, kSelf, 46, 0, msg, kLen), IPC_ERR_CHAN_NOT_REG);
+    EXPECT_EQ(ErrCount(IPC_CHAN_ERR), chanErr); // a missing destination is not a source-channel error
+    EXPECT_EQ(IPC_Send(15, kSelf, 16, 0, msg, IPC_MAX_MSG_LEN + 1), IPC_ERR_MSG_OWNER);
+    EXPECT_EQ(Chan(15).ulSendFailNum, 3u);
+    EXPECT_EQ(head->ucMemFlag, IPC_MEM_USED);
+    EXPECT_TRUE(g_seen.empty());
+
+    // The largest payload goes through whole.
+    EXPECT_EQ(IPC_Send(15, kSelf, 16, 0, msg, IPC_MAX_MSG_LEN), IPC_OK);
+    ASSERT_EQ(g_seen.size(), 2u);
+    EXPECT_EQ(g_seen[0].len, IPC_MAX_MSG_LEN);
+    EXPECT_EQ(g_seen[0].payload, std::vector<u8>(IPC_MAX_MSG_LEN, 1));
+    EXPECT_EQ(Chan(15).ulSendFailNum, 3u);
+}
+
+TEST_F(IpcSendTest, CallbackDeliveryThenHandBackWithHostOrderHeaders) {
+    ASSERT_EQ(IPC_Create(3, IPC_CHAN_MODE_CALLBACK, 0, RecordingCallback), IPC_OK);
+    ASSERT_EQ(IPC_Create(4, IPC_CHAN_MODE_CALLBACK, 0, RecordingCallback), IPC_OK);
+    void *msg = NewMsg(kLen, 0);
+    ASSERT_NE(msg, nullptr);
+    for (u32 i = 0; i < kLen; i++) {
+        static_cast<u8 *>(msg)[i] = static_cast<u8>(i * 7);
+    }
+    const std::vector<u8> sent(static_cast<u8 *>(msg), static_cast<u8 *>(msg) + kLen);
+
+    ASSERT_EQ(IPC_Send(3, kSelf, 4, 0, msg, 50), IPC_OK);
+    ASSERT_EQ(g_seen.size(), 2u);
+    // The receiver first, with a copy; then the sender, with its own message.
+    const std::vector<u32> recvArgs{IPC_NOTIFY_RECV, 4, kSelf, 3, 50},
+        backArgs{IPC_NOTIFY_SEND_FINISH, 3, kSelf, 4, 50};
+    EXPECT_EQ(CallbackArgs(g_seen[0]), recvArgs);
+    EXPECT_NE(g_seen[0].msg, msg);
+    EXPECT_EQ(g_seen[0].payload, std::vector<u8>(sent.begin(), sent.begin() + 50));
+    EXPECT_EQ(CallbackArgs(g_seen[1]), backArgs);
+    EXPECT_EQ(g_seen[1].msg, msg);
+    for (const Delivery &d : g_seen) {
+        EXPECT_EQ(d.hdrSrcNode, kSelf);
+        EXPECT_EQ(d.hdrDstNode, kSelf);
+        EXPECT_EQ(d.hdrSrcChan, 3u);
+        EXPECT_EQ(d.hdrDstChan, 4u);
+        EXPECT_EQ(d.hdrLen, 50u);
+        EXPECT_EQ(d.mark, IPC_MEM_USED);
+    }
+    EXPECT_EQ(Chan(4).ulLocalRecvNum, 1u);
+    EXPECT_EQ(Chan(4).ullLocalRecvBytes, 50u);
+    EXPECT_EQ(Chan(3).ulLocalSendNum, 1u);
+    EXPECT_EQ(Chan(3).ullLocalSendBytes, 50u);
+    EXPECT_EQ(Chan(3).ulLocalRecvNum + Chan(4).ulLocalSendNum + Chan(3).ulRemoteSendNum + Chan(4).ulRemoteRecvNum, 0u);
+
+    // With the synchronous flag only the receiver is called; the sender keeps its message.
+    g_seen.clear();
+    msg = NewMsg(kLen, 9);
+    ASSERT_EQ(IPC_Send(3, kSelf, 4, IPC_SEND_FLAG_SYNC, msg, kLen), IPC_OK);
+    ASSERT_EQ(g_seen.size(), 1u);
+    EXPECT_EQ(g_seen[0].type, IPC_NOTIFY_RECV);
+    EXPECT_EQ(MsgHead(msg)->ucMemFlag, IPC_MEM_USED);
+    EXPECT_EQ(Chan(4).ulLocalRecvNum, 2u);
+    EXPECT_EQ(Chan(3).ulLocalSendNum, 1u);
+    IPC_FreeMsg(msg);
+}
+
+TEST_F(IpcSendTest, QueueDeliveryWritesRecordsTheReaderOwns) {
+    const u32 srcQue = NewQueue("tsrc", 8), dstQue = NewQueue("tdst", 8);
+    ASSERT_EQ(IPC_Create(10, IPC_CHAN_MODE_QUEUE, srcQue, nullptr), IPC_OK);
+    ASSERT_EQ(IPC_Create(11, IPC_CHAN_MODE_QUEUE, dstQue, nullptr), IPC_OK);
+    void *msg = NewMsg(kLen, 0x33);
+    ASSERT_EQ(IPC_Send(10, kSelf, 11, 0, msg, kLen), IPC_OK);
+
+    u64 rec[4] = {};
+    ASSERT_EQ(RUK_Que_Read(dstQue, rec, RUK_NOWAIT, 0), RUK_OK);
+    EXPECT_EQ(rec[0], IPC_NOTIFY_RECV);
+    EXPECT_EQ(rec[2], kLen);
+    EXPECT_EQ(rec[3], 0u);
+    void *copy = reinterpret_cast<void *>(static_cast<uintptr_t>(rec[1]));
+    ASSERT_NE(copy, msg);
+    EXPECT_EQ(IPC_GetSrcNodeId(copy), kSelf);
+    EXPECT_EQ(IPC_GetSrcChanId(copy), 10u);
+    EXPECT_EQ(IPC_GetDstChanId(copy), 11u);
+    EXPECT_EQ(MsgHead(copy)->ulMsgLen, kLen);
+    EXPECT_EQ(memcmp(copy, msg, kLen), 0);
+    ExpectRecord(srcQue, IPC_NOTIFY_SEND_FINISH, msg, kLen);
+    EXPECT_EQ(IPC_GetDstNodeId(msg), kSelf);
+    ExpectQueueEmpty(srcQue);
+    ExpectQueueEmpty(dstQue);
+    EXPECT_EQ(Chan(11).ulLocalRecvNum, 1u);
+    EXPECT_EQ(Chan(10).ulLocalSendNum, 1u);
+    IPC_FreeMsg(copy);
+    IPC_FreeMsg(msg);
+}
+
+// Nothing leaks when the copy cannot be allocated or a queue refuses a record (fixture's leak check).
+TEST_F(IpcSendTest, InjectedFailuresAreCountedAndLeakNothing) {
+    const u32 srcQue = NewQueue("fsrc", 4), dstQue = NewQueue("fdst", 4);
+    ASSERT_EQ(IPC_Create(12, IPC_CHAN_MODE_CALLBACK, 0, RecordingCallback), IPC_OK);
+    ASSERT_EQ(IPC_Create(13, IPC_CHAN_MODE_QUEUE, dstQue, nullptr), IPC_OK);
+    ASSERT_EQ(IPC_Create(14, IPC_CHAN_MODE_QUEUE, srcQue, nullptr), IPC_OK);
+    void *msg = NewMsg(kLen, 2);
+
+    ASSERT_EQ(PLAT_FaultInject("RUK_MemAlloc_F", 0, 1), 0u);
+    EXPECT_EQ(IPC_Send(12, kSelf, 13, 0, msg, kLen), IPC_ERR_NO_MEMORY);
+    EXPECT_EQ(Chan(12).ulSendFailNum, 1u);
+    EXPECT_EQ(MsgHead(msg)->ucMemFlag, IPC_MEM_USED);
+    ExpectQueueEmpty(dstQue);
+
+    // The receiver's record is refused: the copy is dropped, the sender still gets its message back.
+    const u32 queFail = ErrCount(IPC_NOTIFY_QUE_FAIL);
+    ASSERT_EQ(PLAT_FaultInject("RUK_Que_Write", 0, 1), 0u);
+    EXPECT_EQ(IPC_Send(12, kSelf, 13, 0, msg, kLen), IPC_OK);
+    EXPECT_EQ(ErrCount(IPC_NOTIFY_QUE_FAIL), queFail + 1);
+    ExpectQueueEmpty(dstQue);
+    ASSERT_EQ(g_seen.size(), 1u);
+    EXPECT_EQ(g_seen[0].type, IPC_NOTIFY_SEND_FINISH);
+    EXPECT_EQ(Chan(13).ulLocalRecvNum, 0u);
+    EXPECT_EQ(Chan(12).ulLocalSendNum, 1u);
+
+    // The hand-back record is refused: the sent message is dropped, the receiver has its copy.
+    msg = NewMsg(kLen, 3);
+    ASSERT_EQ(PLAT_FaultInject("RUK_Que_Write", 1, 1), 0u);
+    EXPECT_EQ(IPC_Send(14, kSelf, 13, 0, msg, kLen), IPC_OK);
+    EXPECT_EQ(ErrCount(IPC_NOTIFY_QUE_FAIL), queFail + 2);
+    ExpectQueueEmpty(srcQue);
+    u64 rec[4] = {};
+    ASSERT_EQ(RUK_Que_Read(dstQue, rec, RUK_NOWAIT, 0), RUK_OK);
+    IPC_FreeMsg(reinterpret_cast<void *>(static_cast<uintptr_t>(rec[1])));
+    EXPECT_EQ(Chan(13).ulLocalRecvNum, 1u);
+    EXPECT_EQ(Chan(14).ulLocalSendNum, 0u);
+    EXPECT_EQ(Chan(14).ulSendFailNum, 0u);
+
+    // A full queue behaves like a refused write.
+    for (u32 i = 0; i < 4; i++) {
+        const u64 filler[4] = {0, 0, 0, 0};
+        ASSERT_EQ(RUK_Que_Write(dstQue, filler, RUK_NOWAIT, 0), RUK_OK);
+    }
+    msg = NewMsg(kLen, 4);
+    g_seen.clear();
+    EXPECT_EQ(IPC_Send(12, kSelf, 13, 0, msg, kLen), IPC_OK);
+    EXPECT_EQ(ErrCount(IPC_NOTIFY_QUE_FAIL), queFail + 3);
+    EXPECT_EQ(g_seen.size(), 1u);
+    for (u32 i = 0; i < 4; i++) {
+        ASSERT_EQ(RUK_Que_Read(dstQue, rec, RUK_NOWAIT, 0), RUK_OK);
+        EXPECT_EQ(rec[1], 0u);
+    }
+}
+
+std::atomic<u32> g_pollResult{0xFFFFFFFFu};
+std::atomic<u32> g_pollMcResult{0xFFFFFFFFu};
+
+u32 SendFromPollTask(IPC_EPOLL_HANDLER_S *rec, u32) {
+    void *msg = NewMsg(kLen, 5);
+    const u32 mcResult = IPC_Send(30, kSelf, 31, IPC_SEND_FLAG_SYNC | IPC_SEND_FLAG_MULTICAST, msg, kLen);
+    const u32 result = IPC_Send(30, kSelf, 31, IPC_SEND_FLAG_SYNC, msg, kLen);
+    IPC_FreeMsg(msg);
+    IPC_EpollDelFd(rec->ulFd);
+    close(static_cast<int>(rec->ulFd));
+    IpcReleaseEpollRecord(rec);
+    // Published last: the test checks for leaks as soon as it sees the result.
+    g_pollMcResult = mcResult;
+    g_pollResult = result;
+    return 0;
+}
+
+TEST_F(IpcSendTest, SynchronousSendIsRefusedOnThePollTask) {
+    ASSERT_EQ(IPC_Create(30, IPC_CHAN_MODE_CALLBACK, 0, FreeingCallback), IPC_OK);
+    ASSERT_EQ(IPC_Create(31, IPC_CHAN_MODE_CALLBACK, 0, FreeingCallback), IPC_OK);
+    const u32 param = ErrCount(IPC_PARAM_ERR);
+    const int fd = eventfd(1, EFD_CLOEXEC);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(IPC_EpollAddFd(static_cast<u32>(fd), 0, SendFromPollTask, 0x1), IPC_OK);
+    for (int i = 0; i < 500 && g_pollResult == 0xFFFFFFFFu; i++) {
+        usleep(10000);
+    }
+    EXPECT_EQ(g_pollResult, IPC_ERR_SYNC_ON_POLL);
+    EXPECT_EQ(g_pollMcResult, IPC_ERR_SYNC_ON_POLL);
+    EXPECT_EQ(ErrCount(IPC_PARAM_ERR), param + 2);
+    EXPECT_EQ(Chan(31).ulLocalRecvNum, 0u);
+    // The same send from an ordinary task goes through.
+    void *msg = NewMsg(kLen, 6);
+    EXPECT_EQ(IPC_Send(30, kSelf, 31, IPC_SEND_FLAG_SYNC, msg, kLen), IPC_OK);
+    IPC_FreeMsg(msg);
+    EXPECT_EQ(Chan(31).ulLocalRecvNum, 1u);
+}
+
+// Several tasks send to one queue channel at once; a reader takes every message exactly once.
+TEST_F(IpcSendTest, SeveralSendersToOneQueueChannelDeliverEachMessageOnce) {
+    constexpr u32 kThreads = 4, kPerThread = 1000;
+    const u32 que = NewQueue("multi", kThreads * kPerThread);
+    ASSERT_EQ(IPC_Create(20, IPC_CHAN_MODE_CALLBACK, 0, FreeingCallback), IPC_OK);
+    ASSERT_EQ(IPC_Create(21, IPC_CHAN_MODE_QUEUE, que, nullptr), IPC_OK);
+    const u32 queFail = ErrCount(IPC_NOTIFY_QUE_FAIL);
+
+    std::vector<u32> seen(kThreads * kPerThread, 0);
+    std::thread reader([&] {
+        for (u32 n = 0; n < kThreads * kPerThread; n++) {
+            u64 rec[4] = {};
+            if (RUK_Que_Read(que, rec, RUK_WAIT, 10000) != RUK_OK) {
+                return;
+            }
+            void *msg = reinterpret_cast<void *>(static_cast<uintptr_t>(rec[1]));
+            u32 tag = 0;
+            memcpy(&tag, msg, sizeof(tag));
+            if (rec[0] == IPC_NOTIFY_RECV && rec[2] == kLen && tag < seen.size()) {
+                seen[tag]++;
+            }
+            IPC_FreeMsg(msg);
+        }
+    });
+    std::vector<std::thread> senders;
+    std::atomic<u32> failures{0};
+    for (u32 t = 0; t < kThreads; t++) {
+        senders.emplace_back([t, &failures] {
+            for (u32 i = 0; i < kPerThread; i++) {
+                void *msg = NewMsg(kLen, 0);
+                const u32 tag = t * kPerThread + i;
+                memcpy(msg, &tag, sizeof(tag));
+                if (IPC_Send(20, kSelf, 21, 0, msg, kLen) != IPC_OK) {
+                    failures++;
+                    IPC_FreeMsg(msg);
+                }
+            }
+        });
+    }
+    for (std::thread &s : senders) {
+        s.join();
+    }
+    reader.join();
+    EXPECT_EQ(failures, 0u);
+    EXPECT_EQ(std::count(seen.begin(), seen.end(), 1u), static_cast<long>(seen.size()));
+    EXPECT_EQ(Chan(21).ulLocalRecvNum, kThreads * kPerThread);
+    EXPECT_EQ(Chan(21).ullLocalRecvBytes, u64{kThreads} * kPerThread * kLen);
+    EXPECT_EQ(Chan(20).ulLocalSendNum, kThreads * kPerThread);
+    EXPECT_EQ(ErrCount(IPC_NOTIFY_QUE_FAIL), queFail);
+}
+
+} // namespace

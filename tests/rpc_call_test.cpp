@@ -1,0 +1,370 @@
+// Synchronous calls through the exported API: callback-mode and queue-mode modules, unregistered
+// modules, time-outs with late answers, concurrent callers, every refusal, and injected failures, each
+// leaving nothing of the library's memory behind.
+#include <gtest/gtest.h>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ruk_types.h"
+
+#include "imagent_reader.h"
+#include "leak_check.h"
+#include "rpc_support.h"
+
+namespace {
+
+using namespace rpc_test;
+
+constexpr u32 kSelf = 0x00003001u;
+constexpr u32 kOtherNode = 0x00003002u;
+constexpr u32 kWait = 10000;    // ms; calls that must be answered
+constexpr u32 kTimeout = 200;   // ms; calls that must time out
+constexpr u32 kCaller = 0x100;  // callback-mode module used as the caller
+constexpr u32 kEcho = 0x101;    // answers "re:" + request
+constexpr u32 kSilent = 0x102;  // answers without data
+constexpr u32 kProbe = 0x103;   // records what it got, answers without data
+constexpr u32 kQueue = 0x104;   // queue mode with task and event
+constexpr u32 kQueueEx = 0x105; // queue mode with task 0 and event 0
+constexpr u32 kSlow = 0x106;    // takes 110 ms
+constexpr u32 kFaulty = 0x107;  // injects the fault named in g_probe.fault, then answers
+
+struct Probe {
+    std::mutex lock;
+    u32 srcNode = 0, srcMod = 0, seq = 0;
+    u8 flag = 0;
+    std::string data, task, fault;
+    u32 skip = 0;
+    bool reply = false;
+} g_probe;
+
+u32 ProbeCallback(u32 srcNode, u32 srcMod, void *req, u32 len, void **, u32 *) {
+    std::lock_guard<std::mutex> guard(g_probe.lock);
+    g_probe.srcNode = srcNode;
+    g_probe.srcMod = srcMod;
+    g_probe.flag = HeadOf(req)->ucUserFlag;
+    g_probe.seq = ntohl(HeadOf(req)->ulSeq);
+    g_probe.data = Text(req, len);
+    g_probe.task = RUK_GetTaskName(RUK_TaskCurrentIdGet());
+    return 0;
+}
+
+u32 SilentCallback(u32, u32, void *, u32, void **, u32 *) {
+    return 0;
+}
+
+u32 SlowCallback(u32, u32, void *, u32, void **, u32 *) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(110));
+    return 0;
+}
+
+// Fails the next platform call named by the test right before the receive task answers.
+u32 FaultyCallback(u32 a, u32 b, void *req, u32 len, void **rsp, u32 *rspLen) {
+    if (g_probe.reply) {
+        EchoCallback(a, b, req, len, rsp, rspLen);
+    }
+    PLAT_FaultInject(g_probe.fault.c_str(), g_probe.skip, 1);
+    return 0;
+}
+
+QueueModule *g_queue = nullptr;
+QueueModule *g_queueEx = nullptr;
+std::atomic<bool> g_queueAnswers{true};
+
+void AnswerEcho(const IPC_RPC_DELIVER_MSG_S &rec) {
+    void *req = reinterpret_cast<void *>(rec.ulData);
+    if (rec.ulMsgType != IPC_RPC_DELIVER_MSG_TYPE || !g_queueAnswers) {
+        IPC_RPC_FreeMsg(req); // a module that never answers
+        return;
+    }
+    const std::string out = "q:" + Text(req, static_cast<u32>(rec.ulDataLen));
+    IPC_RPC_SendAckMsg(NewMsg(out), static_cast<u32>(out.size()), req, static_cast<u32>(rec.ulSrcNode));
+}
+
+// IPC and RPC start once per process; the modules of the suites are registered with them.
+void InitOnce() {
+    static bool s_done = false;
+    if (s_done) {
+        return;
+    }
+    s_done = true;
+    ASSERT_EQ(IPC_Init(kSelf), IPC_OK);
+    ASSERT_EQ(IPC_RPC_Init(), IPC_RPC_OK);
+    ASSERT_EQ(IPC_RPC_Register(kCaller, SilentCallback), IPC_RPC_OK);
+    ASSERT_EQ(IPC_RPC_Register(kEcho, EchoCallback), IPC_RPC_OK);
+    ASSERT_EQ(IPC_RPC_Register(kSilent, SilentCallback), IPC_RPC_OK);
+    ASSERT_EQ(IPC_RPC_Register(kProbe, ProbeCallback), IPC_RPC_OK);
+    ASSERT_EQ(IPC_RPC_Register(kSlow, SlowCallback), IPC_RPC_OK);
+    ASSERT_EQ(IPC_RPC_Register(kFaulty, FaultyCallback), IPC_RPC_OK);
+    g_queue = new QueueModule(AnswerEcho);
+    g_queueEx = new QueueModule(AnswerEcho);
+    ASSERT_EQ(IPC_RPC_RegisterEnhance(kQueue, nullptr, g_queue->QueId(), IPC_RPC_MODE_QUEUE, g_queue->TaskId(),
+                                      QueueModule::kEvent),
+              IPC_RPC_OK);
+    ASSERT_EQ(IPC_RPC_RegisterEx(kQueueEx, nullptr, g_queueEx->QueId(), IPC_RPC_MODE_QUEUE), IPC_RPC_OK);
+}
+
+class RpcCallTest : public zol::test::LeakCheckedTest {
+  protected:
+    static void SetUpTestSuite() { InitOnce(); }
+    void TearDown() override {
+        EXPECT_TRUE(WaitForLiveBlocks(startBlocks_)) << "the receive side kept a message";
+        LeakCheckedTest::TearDown();
+    }
+    // Calls kDst with text, returns the status and puts the reply's text in *out.
+    u32 Call(u32 dst, const std::string &text, std::string *out, u8 flag = 0, u32 timeout = kWait) {
+        void *rsp = reinterpret_cast<void *>(1);
+        u32 len = 77;
+        const u32 rc = IPC_RPC_SyncCall(kCaller, kSelf, dst, flag, NewMsg(text), static_cast<u32>(text.size()), &rsp,
+                                        &len, timeout);
+        if (rc == IPC_RPC_OK || rc == IPC_RPC_ERR_NOT_REG) {
+            *out = Text(rsp, len);
+            EXPECT_EQ(rsp == nullptr, len == 0);
+            IPC_RPC_FreeMsg(rsp);
+        }
+        return rc;
+    }
+};
+
+TEST_F(RpcCallTest, CallbackModuleGetsRequestAndFlagOnItsTaskAndItsReplyComesBack) {
+    void *req = NewMsg("hello rpc");
+    void *rsp = nullptr;
+    u32 len = 0;
+    ASSERT_EQ(IPC_RPC_SyncCall(kCaller, kSelf, kEcho, 0x5A, req, 9, &rsp, &len, kWait), IPC_RPC_OK);
+    ASSERT_NE(rsp, nullptr);
+    EXPECT_EQ(Text(rsp, len), "re:hello rpc");
+    const IPC_RPC_MSG_HEAD_S *head = HeadOf(rsp);
+    EXPECT_EQ(ntohs(head->usMsgType), IPC_RPC_MSG_REPLY);
+    EXPECT_EQ(head->ucUserFlag, 0x5A);
+    EXPECT_EQ(ntohl(head->ulSrcMod), kEcho); // a reply swaps the modules
+    EXPECT_EQ(ntohl(head->ulDstMod), kCaller);
+    IPC_RPC_FreeMsg(rsp);
+
+    std::string out;
+    ASSERT_EQ(Call(kProbe, "abc", &out, 0xC3), IPC_RPC_OK);
+    EXPECT_EQ(out, ""); // answered without data
+    const u32 firstSeq = g_probe.seq;
+    ASSERT_EQ(Call(kProbe, "defg", &out, 0x01), IPC_RPC_OK);
+    std::lock_guard<std::mutex> guard(g_probe.lock);
+    EXPECT_EQ(g_probe.data, "defg");
+    EXPECT_EQ(g_probe.flag, 0x01);
+    EXPECT_EQ(g_probe.srcMod, kCaller);
+    EXPECT_EQ(g_probe.srcNode, kSelf);
+    EXPECT_EQ(g_probe.task, "RPCR");
+    EXPECT_EQ(g_probe.seq, firstSeq + 1);
+
+    // Without outputs, and with the length alone, the reply is released by the call.
+    u32 lenOnly = 5;
+    EXPECT_EQ(IPC_RPC_SyncCall(kCaller, kSelf, kEcho, 0, NewMsg("x"), 1, nullptr, nullptr, kWait), IPC_RPC_OK);
+    EXPECT_EQ(IPC_RPC_SyncCall(kCaller, kSelf, kEcho, 0, NewMsg("x"), 1, nullptr, &lenOnly, kWait), IPC_RPC_OK);
+    EXPECT_EQ(lenOnly, 5u);
+}
+
+TEST_F(RpcCallTest, QueueModulesAnswerFromTheirOwnTask) {
+    const u32 served = g_queue->Served();
+    std::string out;
+    ASSERT_EQ(Call(kQueue, "item", &out), IPC_RPC_OK);
+    EXPECT_EQ(out, "q:item");
+    // Registered without task and event: the record still reaches the queue, though its event cannot
+    // be written; the next event to the same thread takes it.
+    const u32 servedEx = g_queueEx->Served();
+    std::atomic<bool> answered{false};
+    std::thread nudge([&] {
+        while (!answered) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            RUK_Ev_Write(g_queueEx->TaskId(), QueueModule::kEvent);
+        }
+    });
+    EXPECT_EQ(Call(kQueueEx, "ex", &out), IPC_RPC_OK);
+    answered = true;
+    nudge.join();
+    EXPECT_EQ(out, "q:ex");
+    while (g_queue->Served() == served || g_queueEx->Served() == servedEx) {
+        std::this_thread::yield(); // the module task releases the request after its answer is sent
+    }
+}
+
+TEST_F(RpcCallTest, UnregisteredModulesAreAnsweredAtOnce) {
+    zol::test::ImAgentCapture capture;
+    std::string out = "unset";
+    EXPECT_EQ(Call(0x55, "who", &out), IPC_RPC_ERR_NOT_REG);
+    EXPECT_EQ(out, "");
+    EXPECT_EQ(IPC_RPC_SyncCall(kCaller, kSelf, 0x55, 0, NewMsg("who"), 3, nullptr, nullptr, kWait), IPC_RPC_OK);
+    const auto logs = zol::test::RecordsWithTag(capture.Records(), "RPC_PRM");
+    ASSERT_FALSE(logs.empty());
+    EXPECT_EQ(logs[0].Text(zol::test::kImFirstText + 1), "Mod not register");
+    EXPECT_EQ(logs[0].Formatted(), "dMod(0x55), sMod(0x100)");
+}
+
+TEST_F(RpcCallTest, AModuleThatNeverAnswersTimesOutAndItsLateAnswerIsReleased) {
+    std::vector<IPC_RPC_DELIVER_MSG_S> held;
+    std::mutex heldLock;
+    QueueModule mute([&](const IPC_RPC_DELIVER_MSG_S &rec) {
+        std::lock_guard<std::mutex> guard(heldLock);
+        held.push_back(rec);
+    });
+    static u32 s_mod = 0x200;
+    const u32 mod = s_mod++; // modules cannot be removed: a fresh id per run of this test
+    ASSERT_EQ(IPC_RPC_RegisterEnhance(mod, nullptr, mute.QueId(), 1, mute.TaskId(), QueueModule::kEvent), 0u);
+    // The registration stays for the life of the process: it is not a leak of this test.
+    PLAT_MemStats(handle_, &startBlocks_, &startBytes_);
+
+    zol::test::ImAgentCapture capture;
+    const auto t0 = std::chrono::steady_clock::now();
+    std::string out;
+    EXPECT_EQ(Call(mod, "late", &out, 0, kTimeout), RUK_ERR_TIMEOUT);
+    EXPECT_GE(std::chrono::steady_clock::now() - t0, std::chrono::milliseconds(kTimeout - 10));
+    while (mute.Served() == 0) {
+        std::this_thread::yield();
+    }
+    std::lock_guard<std::mutex> guard(heldLock);
+    ASSERT_EQ(held.size(), 1u);
+    IPC_RPC_SendAckMsg(NewMsg("too late"), 8, reinterpret_cast<void *>(held[0].ulData), kSelf);
+    EXPECT_TRUE(WaitForLiveBlocks(startBlocks_));
+    const auto logs = zol::test::RecordsWithTag(capture.Records(), "RPC_PR");
+    ASSERT_FALSE(logs.empty());
+    EXPECT_EQ(logs[0].Text(zol::test::kImFirstText + 1), "Can't find message ctx");
+}
+
+TEST_F(RpcCallTest, EightConcurrentCallersEachGetTheirOwnReply) {
+    constexpr int kThreads = 8, kCalls = 60;
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < kCalls; ++i) {
+                const std::string req = "t" + std::to_string(t) + "-" + std::to_string(i);
+                void *rsp = nullptr;
+                u32 len = 0;
+                // Half of them share one caller module, so their contexts wait in the same list.
+                const u32 caller = (t % 2 == 0) ? kCaller : kEcho;
+                const u32 rc = IPC_RPC_SyncCall(caller, kSelf, kEcho, static_cast<u8>(t), NewMsg(req),
+                                                static_cast<u32>(req.size()), &rsp, &len, kWait);
+                if (rc != IPC_RPC_OK || Text(rsp, len) != "re:" + req || HeadOf(rsp)->ucUserFlag != t) {
+                    ++wrong;
+                }
+                IPC_RPC_FreeMsg(rsp);
+            }
+        });
+    }
+    for (std::thread &th : threads) {
+        th.join();
+    }
+    EXPECT_EQ(wrong.load(), 0);
+}
+
+TEST_F(RpcCallTest, CallRefusalsReleaseTheRequest) {
+    void *rsp = nullptr;
+    u32 len = 0;
+    EXPECT_EQ(IPC_RPC_SyncCall(kCaller, kSelf, kEcho, 0, nullptr, 4, &rsp, &len, kWait), IPC_RPC_ERR_PARAM);
+    EXPECT_EQ(IPC_RPC_SyncCall(kCaller, kSelf, kEcho, 0, NewMsg("a"), 0, &rsp, &len, kWait), IPC_RPC_ERR_PARAM);
+    EXPECT_EQ(IPC_RPC_SyncCall(kCaller, kSelf, kEcho, 0, NewMsg("a"), 1, &rsp, nullptr, kWait), IPC_RPC_ERR_PARAM);
+    EXPECT_EQ(IPC_RPC_SyncCall(0x999, kSelf, kEcho, 0, NewMsg("a"), 1, &rsp, &len, kWait), IPC_RPC_ERR_NO_SRC);
+    EXPECT_EQ(IPC_RPC_SyncCall(kCaller, kOtherNode, kEcho, 0, NewMsg("a"), 1, &rsp, &len, kWait), IPC_ERR_UNREACHABLE);
+    EXPECT_EQ(IPC_RPC_SyncCall(kCaller, kSelf, kEcho, 0, NewMsg("a"), IPC_RPC_MAX_DATA_LEN + 1, &rsp, &len, kWait),
+              IPC_ERR_MSG_OWNER);
+    EXPECT_EQ(rsp, nullptr);
+    EXPECT_EQ(len, 0u);
+
+    EXPECT_EQ(IPC_RPC_AllocMsg_X(0, IPC_RPC_MOD_ID, "t", 1), nullptr);
+    EXPECT_EQ(IPC_RPC_AllocMsg_X(IPC_RPC_MAX_DATA_LEN + 1, IPC_RPC_MOD_ID, "t", 1), nullptr);
+    void *big = IPC_RPC_AllocMsg_X(IPC_RPC_MAX_DATA_LEN, IPC_RPC_MOD_ID, "t", 1);
+    ASSERT_NE(big, nullptr);
+    EXPECT_EQ(HeadOf(big)->ucHeadFlag, 1);
+    EXPECT_EQ(HeadOf(big)->usMsgType, 0);
+    // Not an RPC message (type 5): left alone, then released once it reads as one again.
+    reinterpret_cast<IPC_RPC_MSG_HEAD_S *>(static_cast<char *>(big) - IPC_RPC_HEAD_LEN)->usMsgType = htons(5);
+    IPC_RPC_FreeMsg(big);
+    u64 blocks = 0, bytes = 0;
+    PLAT_MemStats(handle_, &blocks, &bytes);
+    EXPECT_EQ(blocks, startBlocks_ + 1);
+    reinterpret_cast<IPC_RPC_MSG_HEAD_S *>(static_cast<char *>(big) - IPC_RPC_HEAD_LEN)->usMsgType = 0;
+    IPC_RPC_FreeMsg(big);
+    IPC_RPC_SendAckMsg(NewMsg("orphan"), 6, nullptr, kSelf); // no request: the answer is only released
+}
+
+// Registration refusals and what a registration leaves behind: its record and list node, nothing when
+// refused.
+TEST(RpcRegisterTest, EveryRefusalCodeAndNothingLeftWhenRefused) {
+    InitOnce();
+    static u32 s_base = 0x300;
+    const u32 a = s_base, b = s_base + 1, c = s_base + 2; // fresh ids per run
+    s_base += 3;
+    u64 before = 0, after = 0, bytes = 0;
+    PLAT_MemStats(ZOL_GetMemHandle(), &before, &bytes);
+    EXPECT_EQ(IPC_RPC_Register(a, SilentCallback), IPC_RPC_OK);
+    EXPECT_EQ(IPC_RPC_Register(a, EchoCallback), IPC_RPC_ERR_EXIST);
+    EXPECT_EQ(IPC_RPC_RegisterEx(a, nullptr, 0x20, IPC_RPC_MODE_QUEUE), IPC_RPC_ERR_EXIST);
+    EXPECT_EQ(IPC_RPC_RegisterEx(b, nullptr, 0x20, IPC_RPC_MODE_QUEUE), IPC_RPC_OK);
+    EXPECT_EQ(IPC_RPC_RegisterEx(c, EchoCallback, 0, IPC_RPC_MODE_QUEUE), IPC_RPC_ERR_PARAM);
+    EXPECT_EQ(IPC_RPC_RegisterEnhance(c, nullptr, 0, IPC_RPC_MODE_CALLBACK, 0, 0), IPC_RPC_ERR_PARAM);
+    EXPECT_EQ(IPC_RPC_RegisterEnhance(c, EchoCallback, 5, 3, 0, 0), IPC_RPC_ERR_PARAM);
+    EXPECT_EQ(IPC_RPC_RegisterEnhance(c, EchoCallback, 5, 0, 0, 0), IPC_RPC_ERR_PARAM);
+    EXPECT_EQ(IPC_RPC_RegisterEnhance(c, nullptr, 5, IPC_RPC_MODE_QUEUE, 12, 0), IPC_RPC_ERR_PARAM);
+    PLAT_MemStats(ZOL_GetMemHandle(), &after, &bytes);
+    EXPECT_EQ(after, before + 4); // two registrations, a record and a list node each
+
+    PLAT_FaultInject("RUK_MemAlloc_F", 0, 1); // the record
+    EXPECT_EQ(IPC_RPC_Register(c, EchoCallback), IPC_RPC_ERR_NO_MEMORY);
+    PLAT_FaultInject("RUK_MemAlloc_F", 1, 1); // its list node
+    EXPECT_EQ(IPC_RPC_Register(c, EchoCallback), IPC_RPC_ERR_NO_MEMORY);
+    PLAT_FaultClear();
+    PLAT_MemStats(ZOL_GetMemHandle(), &before, &bytes);
+    EXPECT_EQ(before, after);
+    EXPECT_EQ(IPC_RPC_Register(c, EchoCallback), IPC_RPC_OK); // not half registered by the failures
+}
+
+TEST_F(RpcCallTest, InjectedFailuresAreSurvivedWithNothingLeaked) {
+    std::string out;
+    PLAT_FaultInject("RUK_MemAlloc_F", 0, 1);
+    EXPECT_EQ(IPC_RPC_AllocMsg_X(8, IPC_RPC_MOD_ID, "t", 1), nullptr);
+    void *req = NewMsg("ctx");
+    PLAT_FaultInject("RUK_MemAlloc_F", 0, 1); // the context
+    EXPECT_EQ(IPC_RPC_SyncCall(kCaller, kSelf, kEcho, 0, req, 3, nullptr, nullptr, kWait), IPC_RPC_ERR_NO_MEMORY);
+    req = NewMsg("node");
+    PLAT_FaultInject("RUK_MemAlloc_F", 1, 1); // its list node
+    EXPECT_EQ(IPC_RPC_SyncCall(kCaller, kSelf, kEcho, 0, req, 4, nullptr, nullptr, kWait), IPC_RPC_ERR_NO_MEMORY);
+    req = NewMsg("sem");
+    PLAT_FaultInject("RUK_Sm_Create", 0, 1);
+    EXPECT_EQ(IPC_RPC_SyncCall(kCaller, kSelf, kEcho, 0, req, 3, nullptr, nullptr, kWait), IPC_RPC_ERR_NO_MEMORY);
+    req = NewMsg("copy");
+    PLAT_FaultInject("RUK_MemAlloc_F", 2, 1); // after context and list node: IPC's copy for the receiver
+    EXPECT_EQ(IPC_RPC_SyncCall(kCaller, kSelf, kEcho, 0, req, 4, nullptr, nullptr, kWait), IPC_ERR_NO_MEMORY);
+
+    // The request cannot be queued for "RPCR": the caller waits in vain.
+    PLAT_FaultInject("RUK_Que_Write", 0, 1);
+    EXPECT_EQ(Call(kEcho, "lost", &out, 0, kTimeout), RUK_ERR_TIMEOUT);
+    // The wait itself fails: the answer comes anyway and is released by the receive side.
+    PLAT_FaultInject("RUK_Sm_P", 0, 1);
+    EXPECT_EQ(Call(kEcho, "nowait", &out), RUK_ERR_INJECTED);
+    EXPECT_TRUE(WaitForLiveBlocks(startBlocks_));
+    // The caller cannot be woken: the attached answer is released by its clean-up after the time-out.
+    PLAT_FaultInject("RUK_Sm_V", 0, 1);
+    EXPECT_EQ(Call(kEcho, "sleepy", &out, 0, kTimeout), RUK_ERR_TIMEOUT);
+    // "RPCR" is not told: the request waits in its queue and is taken with the next call's event.
+    PLAT_FaultInject("RUK_Ev_Write", 0, 1);
+    EXPECT_EQ(Call(kEcho, "untold", &out, 0, kTimeout), RUK_ERR_TIMEOUT);
+    EXPECT_EQ(Call(kEcho, "next", &out), IPC_RPC_OK);
+    EXPECT_EQ(out, "re:next");
+
+    // On the receive task: the empty answer cannot be allocated, then an answer cannot be sent.
+    g_probe.fault = "RUK_MemAlloc_F", g_probe.skip = 0, g_probe.reply = false;
+    EXPECT_EQ(Call(kFaulty, "noalloc", &out, 0, kTimeout), RUK_ERR_TIMEOUT);
+    g_probe.reply = true; // IPC's copy of the answer fails
+    EXPECT_EQ(Call(kFaulty, "nosend", &out, 0, kTimeout), RUK_ERR_TIMEOUT);
+    PLAT_FaultClear();
+    EXPECT_EQ(Call(kEcho, "after", &out), IPC_RPC_OK);
+}
+
+TEST_F(RpcCallTest, ACallbackOfMoreThanAHundredMillisecondsIsLogged) {
+    zol::test::ImAgentCapture capture;
+    std::string out;
+    ASSERT_EQ(Call(kSlow, "zzz", &out), IPC_RPC_OK);
+    const auto logs = capture.WithTag("RPC_DPBC");
+    ASSERT_EQ(logs.size(), 1u);
+    EXPECT_EQ(logs[0].Text(zol::test::kImFirstText + 1), "time too long.");
+    EXPECT_EQ(logs[0].Formatted(), "srcMod:256, dstMod:262");
+}
+
+} // namespace
