@@ -173,18 +173,6 @@ TEST(IpcNodeTest, SmallCallsOnTheOwnNode) {
     EXPECT_EQ(g_ulIpcAckMsgQueLen, 5000u);
 }
 
-void NotifyStub(u32, u32) {}
-
-TEST(IpcNodeTest, ConnectNotifyTableHolds128) {
-    EXPECT_EQ(IPC_RegConnectNofity(nullptr), IPC_ERR_PARAM);
-    const u32 maxErr = ErrCount(IPC_MAX_REGISTER_ERR);
-    for (u32 i = 0; i < IPC_CONN_NOTIFY_NUM; i++) {
-        ASSERT_EQ(IPC_RegConnectNofity(NotifyStub), IPC_OK) << i;
-    }
-    EXPECT_EQ(IPC_RegConnectNofity(NotifyStub), IPC_ERR_ALREADY);
-    EXPECT_EQ(ErrCount(IPC_MAX_REGISTER_ERR), maxErr + 1);
-}
-
 // Sends that are refused before the header is touched: the message is byte for byte as it was.
 TEST_F(IpcSendTest, RefusalsBeforeTheHeaderIsFilledLeaveTheMessageAlone) {
     ASSERT_EQ(IPC_Create(1, IPC_CHAN_MODE_CALLBACK, 0, RecordingCallback), IPC_OK);

@@ -75,22 +75,6 @@ TEST_F(WaitListTest, HandlesResolveAndStaleOrForgedHandlesAreRefused) {
     EXPECT_EQ(RUK_WaitListUnregister(h), WAITLIST_ERR_HANDLE);
 }
 
-TEST_F(WaitListTest, FreedEntryIsReusedLowestFirst) {
-    u32 a = 0, b = 0, c = 0, d = 0;
-    ASSERT_EQ(RUK_WaitListRegister(4, &a, Proc), 0u);
-    ASSERT_EQ(RUK_WaitListRegister(4, &b, Proc), 0u);
-    ASSERT_EQ(RUK_WaitListRegister(5, &c, Proc), 0u);
-    EXPECT_EQ(a & 0xFFFFu, 1u); // everything was free: the lowest entries in order
-    EXPECT_EQ(b & 0xFFFFu, 2u);
-    EXPECT_EQ(c & 0xFFFFu, 3u);
-    ASSERT_EQ(RUK_WaitListUnregister(b), 0u);
-    ASSERT_EQ(RUK_WaitListRegister(6, &d, Proc), 0u);
-    EXPECT_EQ(d & 0xFFFFu, 2u);
-    for (u32 h : {a, c, d}) {
-        EXPECT_EQ(RUK_WaitListUnregister(h), 0u);
-    }
-}
-
 // Refused removals are logged with their exact texts; waits out the per-tag repetition filter first.
 TEST_F(WaitListTest, RefusedUnregistrationsAreLogged) {
     zol::test::ImAgentCapture capture;
