@@ -1,6 +1,6 @@
 // Test-side view of message buffers, written from the exported record layout alone: the flat bytes of a
-// buffer, snapshots of its structure, the chain invariant across a set of buffers (reference counts
-// included), builders of chains with chosen descriptor lengths, and the allocation-failure sweep.
+// buffer, snapshots of it, the chain invariant across a set of buffers (reference counts included),
+// builders of chains with chosen descriptor lengths, and the allocation-failure sweep.
 #ifndef ZOL_MBUF_TEST_MODEL_H
 #define ZOL_MBUF_TEST_MODEL_H
 
@@ -22,10 +22,12 @@ constexpr u32 kType = 7;
 
 using Bytes = std::vector<u8>;
 
+#define ZOL_FOR_EACH_DESCRIPTOR(d, m) for (auto *d = &(m)->firstDescriptor; d != nullptr; d = d->next)
+
 // The buffer's data as one flat array, read straight from the descriptors.
 inline Bytes Flat(const MBUF *m) {
     Bytes out;
-    for (const DataBlockDescriptor *d = &m->firstDescriptor; d != nullptr; d = d->next) {
+    ZOL_FOR_EACH_DESCRIPTOR(d, m) {
         out.insert(out.end(), d->data, d->data + d->dataLength);
     }
     return out;
@@ -42,8 +44,8 @@ inline Bytes Pattern(size_t n, u32 seed) {
 // Writes bytes over the buffer's data directly, as a process does through the fields.
 inline void Fill(MBUF *m, const Bytes &bytes) {
     size_t pos = 0;
-    for (DataBlockDescriptor *d = &m->firstDescriptor; d != nullptr; d = d->next) {
-        if (d->dataLength > 0) {
+    ZOL_FOR_EACH_DESCRIPTOR(d, m) {
+        if (d->dataLength > 0) { // an empty pattern has no data pointer at all
             std::memcpy(d->data, bytes.data() + pos, d->dataLength);
             pos += d->dataLength;
         }
@@ -52,16 +54,8 @@ inline void Fill(MBUF *m, const Bytes &bytes) {
 
 inline std::vector<u16> Lengths(const MBUF *m) {
     std::vector<u16> out;
-    for (const DataBlockDescriptor *d = &m->firstDescriptor; d != nullptr; d = d->next) {
+    ZOL_FOR_EACH_DESCRIPTOR(d, m) {
         out.push_back(d->dataLength);
-    }
-    return out;
-}
-
-inline std::vector<const DataBlockDescriptor *> Descriptors(const MBUF *m) {
-    std::vector<const DataBlockDescriptor *> out;
-    for (const DataBlockDescriptor *d = &m->firstDescriptor; d != nullptr; d = d->next) {
-        out.push_back(d);
     }
     return out;
 }
@@ -72,38 +66,15 @@ inline u32 RefCount(const void *block) {
     return count;
 }
 
-// Structure and contents of a buffer, to prove that a failed operation changed nothing.
-struct Snapshot {
-    std::vector<DataBlockDescriptor> records; // next pointers included: the same records must stay linked
-    Bytes flat;
-    u32 total = 0;
-    u32 count = 0;
-    Bytes control;
-    bool operator==(const Snapshot &o) const {
-        if (records.size() != o.records.size()) {
-            return false;
-        }
-        for (size_t i = 0; i < records.size(); ++i) {
-            if (std::memcmp(&records[i], &o.records[i], sizeof(DataBlockDescriptor)) != 0) {
-                return false;
-            }
-        }
-        return flat == o.flat && total == o.total && count == o.count && control == o.control;
+// Every descriptor record (next pointers included: the same records must stay linked), the header fields,
+// the control area and the data, to prove that a failed operation changed nothing.
+inline Bytes Take(const MBUF *m) {
+    Bytes s(reinterpret_cast<const u8 *>(&m->totalDataLength), reinterpret_cast<const u8 *>(&m->firstDescriptor));
+    ZOL_FOR_EACH_DESCRIPTOR(d, m) {
+        s.insert(s.end(), reinterpret_cast<const u8 *>(d), reinterpret_cast<const u8 *>(d + 1));
     }
-};
-
-inline Snapshot Take(const MBUF *m) {
-    Snapshot s;
-    for (const DataBlockDescriptor *d = &m->firstDescriptor; d != nullptr; d = d->next) {
-        DataBlockDescriptor copy;
-        std::memset(&copy, 0, sizeof copy);
-        copy = *d;
-        s.records.push_back(copy);
-    }
-    s.flat = Flat(m);
-    s.total = m->totalDataLength;
-    s.count = m->dataBlockCount;
-    s.control.assign(m->controlInfo, m->controlInfo + MBUF_CONTROL_INFO_SIZE);
+    const Bytes flat = Flat(m);
+    s.insert(s.end(), flat.begin(), flat.end());
     return s;
 }
 
@@ -115,7 +86,7 @@ inline void ExpectSound(const std::vector<const MBUF *> &buffers) {
     for (const MBUF *m : buffers) {
         u64 total = 0;
         u32 count = 0;
-        for (const DataBlockDescriptor *d = &m->firstDescriptor; d != nullptr; d = d->next) {
+        ZOL_FOR_EACH_DESCRIPTOR(d, m) {
             ASSERT_NE(d->dataBlock, nullptr) << "descriptor " << count;
             EXPECT_LE(d->dataBlock, d->data) << "descriptor " << count;
             EXPECT_LE(d->data + d->dataLength, d->dataBlock + d->blockSize) << "descriptor " << count;
@@ -131,8 +102,8 @@ inline void ExpectSound(const std::vector<const MBUF *> &buffers) {
     }
 }
 
-// A buffer whose descriptors hold the given lengths (each in its own block after `headSpace` bytes of head
-// room), filled with `bytes` (or a pattern).
+// A buffer whose descriptors hold the given lengths, each in its own block after `headSpace` bytes of head
+// room, filled with a pattern.
 inline MBUF *Chain(std::initializer_list<u32> lengths, u32 headSpace = 100, u32 seed = 1) {
     MBUF *head = nullptr;
     for (u32 len : lengths) {
@@ -149,10 +120,11 @@ inline MBUF *Chain(std::initializer_list<u32> lengths, u32 headSpace = 100, u32 
 }
 
 // Runs op with the k-th allocation failing, for k = 0, 1, ... until op succeeds with the injection still
-// pending (so every allocation step has been failed once). op returns true on success; after each failure
-// `onFailure` checks what the failure left. Returns the number of failing steps seen.
-template <typename Op, typename OnFailure>
-u32 SweepAllocFailures(Op op, OnFailure onFailure) {
+// pending (so every allocation step has been failed once), then checks that every failure left `m` as it
+// was (when given). op returns true on success. Returns the number of failing steps seen.
+template <typename Op>
+u32 SweepAllocFailures(Op op, const MBUF *m = nullptr) {
+    const Bytes before = m != nullptr ? Take(m) : Bytes();
     for (u32 k = 0; k < 1000; ++k) {
         PLAT_FaultInject("RUK_MemAlloc_F", k, 1);
         const bool ok = op();
@@ -160,7 +132,9 @@ u32 SweepAllocFailures(Op op, OnFailure onFailure) {
         if (ok) {
             return k;
         }
-        onFailure(k);
+        if (m != nullptr) {
+            EXPECT_EQ(Take(m), before) << "allocation step " << k << " failed and changed the buffer";
+        }
     }
     ADD_FAILURE() << "operation never succeeded";
     return 0;
