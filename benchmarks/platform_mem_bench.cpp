@@ -11,18 +11,16 @@
 
 namespace {
 
-u32 BenchHandle() {
-    static u32 handle = [] {
-        u32 h = 0;
-        RUK_HandleInitialize("platform_bench", &h);
-        return h;
-    }();
-    return handle;
-}
+// Registered before any benchmark runs, so that the loops read a plain variable as a caller would.
+const u32 kBenchHandle = [] {
+    u32 h = 0;
+    RUK_HandleInitialize("platform_bench", &h);
+    return h;
+}();
 
 struct Pool {
-    static void *Alloc(u32 size) { return RUK_MemAlloc_F(BenchHandle(), g_ucSysMemPtNo, size, __FILE__, __LINE__); }
-    static void Free(void *block) { RUK_MemFree_F(BenchHandle(), block, __FILE__, __LINE__); }
+    static void *Alloc(u32 size) { return RUK_MemAlloc_F(kBenchHandle, g_ucSysMemPtNo, size, __FILE__, __LINE__); }
+    static void Free(void *block) { RUK_MemFree_F(kBenchHandle, block, __FILE__, __LINE__); }
 };
 
 struct Malloc {
@@ -60,7 +58,7 @@ void BM_AllocFreeBurst(benchmark::State &state) {
 }
 
 void Sizes(benchmark::internal::Benchmark *bench) {
-    bench->Arg(64)->Arg(256)->Arg(2048)->Arg(16384);
+    bench->Arg(64)->Arg(256)->Arg(1024)->Arg(2048)->Arg(16384);
 }
 
 BENCHMARK_TEMPLATE(BM_AllocFree, Malloc)->Apply(Sizes);

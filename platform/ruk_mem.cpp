@@ -5,18 +5,8 @@
 #include <cstring>
 #include <new>
 
-#include "plat_fault.h"
 #include "ruk_mem_internal.h"
 #include "standin_ctl.h"
-
-#if defined(__SANITIZE_ADDRESS__)
-#include <sanitizer/asan_interface.h>
-#define PLAT_POISON(addr, size) ASAN_POISON_MEMORY_REGION((addr), (size))
-#define PLAT_UNPOISON(addr, size) ASAN_UNPOISON_MEMORY_REGION((addr), (size))
-#else
-#define PLAT_POISON(addr, size) ((void)(addr), (void)(size))
-#define PLAT_UNPOISON(addr, size) ((void)(addr), (void)(size))
-#endif
 
 u8 g_ucSysMemPtNo = 0;
 
@@ -32,63 +22,114 @@ struct HandleRegistry {
 };
 HandleRegistry g_handles;
 
-bool KnownHandle(u32 ulHandle) {
-    return ulHandle != 0 && ulHandle <= g_handles.count.load(std::memory_order_acquire);
+inline bool KnownHandle(u32 ulHandle) {
+    return ulHandle - 1 < g_handles.count.load(std::memory_order_acquire); // handle 0 wraps to huge
 }
 
 // The header of a live block, or null for null, foreign or freed pointers.
 BlockHeader *LiveBlock(const void *pBlock) {
-    if (pBlock == nullptr || (reinterpret_cast<uintptr_t>(pBlock) & 15) != 0) {
-        return nullptr;
-    }
     BlockHeader *block = PoolFind(pBlock);
-    if (block == nullptr || block->magic.load(std::memory_order_acquire) != kMagicLive) {
+    if (block == nullptr || MagicOf(block->state.load(std::memory_order_acquire)) != kMagicLive) {
         return nullptr;
     }
     return block;
 }
 
-// Under ASan exactly the requested bytes are addressable, so overruns into the rest of the class and
-// uses after free are caught although the pool recycles blocks instead of returning them to malloc.
-void ExposeOnly(BlockHeader *block, u32 ulSize) {
-    PLAT_UNPOISON(Payload(block), ulSize);
-    PLAT_POISON(static_cast<char *>(Payload(block)) + ulSize, BlockCapacity(block) - ulSize);
+// The calling thread's counters when it has them, else the shared ones.
+void AccountAny(u32 ulHandle, u64 ullBlocks, u64 ullBytes) {
+    if (OpenThread()) {
+        Account(t_mem.stats, ulHandle, ullBlocks, ullBytes);
+    } else {
+        AccountShared(ulHandle, ullBlocks, ullBytes);
+    }
+}
+
+// A block for ulSize bytes through the slow ways: first use of the thread, an empty cache, a large
+// size, or a thread that has no cache (ending, or without memory for its counters).
+BlockHeader *Take(u32 ulSize) {
+    if (ulSize > kMaxClassBytes) {
+        return TakeLarge(ulSize);
+    }
+    u16 cls = static_cast<u16>(ClassOf(ulSize));
+    u32 got = 0;
+    if (!OpenThread()) {
+        return CentralTake(cls, 1, &got);
+    }
+    BlockHeader *block = t_mem.heads[cls];
+    if (block == nullptr) {
+        return RefillAndTake(cls);
+    }
+    t_mem.heads[cls] = block->next;
+    ++t_mem.room[cls];
+    return block;
 }
 
 void *Allocate(u32 ulHandle, u32 ulSize, const char *pcFile, u32 ulLine) {
     if (ulSize == 0 || !KnownHandle(ulHandle)) {
         return nullptr;
     }
-    BlockHeader *block = PoolTake(ulSize);
+    BlockHeader *block = Take(ulSize);
     if (block == nullptr) {
         return nullptr;
     }
-    block->handle = ulHandle;
-    block->size = ulSize;
-    block->file = pcFile;
-    block->line = ulLine;
-    block->refs.store(1, std::memory_order_relaxed);
-    block->magic.store(kMagicLive, std::memory_order_release);
-    ExposeOnly(block, ulSize);
-    Account(ulHandle, 1, ulSize);
-    return Payload(block);
+    AccountAny(ulHandle, 1, ulSize);
+    return CheckOut(block, ulHandle, ulSize, pcFile, ulLine);
 }
 
-// Frees a block whose last reference has just gone.
-void Release(BlockHeader *block) {
-    block->magic.store(kMagicFree, std::memory_order_release);
-    Account(block->handle, ~u64{0}, u64{0} - block->size);
-    if (block->cls != kLargeClass) {
-        PLAT_POISON(Payload(block), BlockCapacity(block));
+// Everything RUK_MemAlloc_F does when its fast path does not apply.
+__attribute__((noinline)) void *AllocateSlow(u32 ulHandle, u32 ulSize, const char *pcFile, u32 ulLine) {
+    if (FaultHit("RUK_MemAlloc_F")) {
+        return nullptr;
     }
-    PoolGive(block);
+    return Allocate(ulHandle, ulSize, pcFile, ulLine);
 }
 
-// Moves a block's bytes into a fresh block of the new size and frees the old one.
+// Frees a block whose last reference has just gone (its state is free already).
+void Release(BlockHeader *block) {
+    AccountAny(block->handle, ~u64{0}, u64{0} - block->size);
+    if (block->cls == kLargeClass) {
+        GiveLarge(block);
+        return;
+    }
+    PLAT_POISON(Payload(block), BlockCapacity(block));
+    if (t_mem.stats != nullptr) { // opened by AccountAny when possible
+        CacheBlock(t_mem, block);
+    } else {
+        CentralGive(block->cls, block, block);
+    }
+}
+
+// Everything RUK_MemFree_F does when its fast path does not apply: shared blocks, large blocks, bad
+// pointers, threads without a cache and injected failures.
+__attribute__((noinline)) u32 FreeSlow(void *pBlock) {
+    if (FaultHit("RUK_MemFree_F")) {
+        return RUK_ERR_INJECTED;
+    }
+    BlockHeader *block = PoolFind(pBlock);
+    if (block == nullptr) {
+        return RUK_ERR_BAD_BLOCK;
+    }
+    u64 state = block->state.load(std::memory_order_acquire);
+    u64 next = 0;
+    do {
+        if (MagicOf(state) != kMagicLive || RefsOf(state) == 0) {
+            return RUK_ERR_BAD_BLOCK; // freed already, possibly by another holder meanwhile
+        }
+        next = RefsOf(state) == 1 ? kStateFree : state - kOneRef;
+    } while (!block->state.compare_exchange_weak(state, next, std::memory_order_acq_rel));
+    if (next == kStateFree) {
+        Release(block);
+    }
+    return RUK_OK;
+}
+
+// Moves a block's bytes into a fresh block of the new size and frees the old one, whose only
+// reference the caller holds.
 void *Move(BlockHeader *old, u32 ulHandle, u32 ulSize, const char *pcFile, u32 ulLine) {
     void *fresh = Allocate(ulHandle, ulSize, pcFile, ulLine);
     if (fresh != nullptr) {
         std::memcpy(fresh, Payload(old), old->size < ulSize ? old->size : ulSize);
+        old->state.store(kStateFree, std::memory_order_release);
         Release(old);
     }
     return fresh;
@@ -125,12 +166,22 @@ extern "C" u32 RUK_HandleInitialize(const char *pcName, u32 *pulHandle) {
     return RUK_OK;
 }
 
+// The fast path serves a small block from the thread's cache with no call and no locked instruction;
+// anything else goes to AllocateSlow, which also consults the fault injection.
 extern "C" void *RUK_MemAlloc_F(u32 ulHandle, u8 ucPtNo, u32 ulSize, const char *pcFile, u32 ulLine) {
     (void)ucPtNo; // the stand-in has one partition
-    if (plat::FaultHit("RUK_MemAlloc_F")) {
-        return nullptr;
+    plat::ThreadMem &t = plat::t_mem;
+    if (PLAT_LIKELY(!plat::FaultsPending() && ulSize - 1 < plat::kMaxClassBytes && plat::KnownHandle(ulHandle))) {
+        u32 cls = plat::ClassOf(ulSize);
+        plat::BlockHeader *block = t.heads[cls];
+        if (PLAT_LIKELY(block != nullptr)) { // a cached block means the thread is open: t.stats is set
+            t.heads[cls] = block->next;
+            ++t.room[cls];
+            plat::Account(t.stats, ulHandle, 1, ulSize);
+            return plat::CheckOut(block, ulHandle, ulSize, pcFile, ulLine);
+        }
     }
-    return plat::Allocate(ulHandle, ulSize, pcFile, ulLine);
+    return plat::AllocateSlow(ulHandle, ulSize, pcFile, ulLine);
 }
 
 extern "C" void *RUK_MemReAlloc_F(u32 ulHandle, u8 ucPtNo, void *pBlock, u32 ulSize, const char *pcFile, u32 ulLine) {
@@ -143,14 +194,15 @@ extern "C" void *RUK_MemReAlloc_F(u32 ulHandle, u8 ucPtNo, void *pBlock, u32 ulS
     }
     plat::BlockHeader *block = plat::LiveBlock(pBlock);
     if (block == nullptr || !plat::KnownHandle(ulHandle) || ulSize == 0 ||
-        block->refs.load(std::memory_order_acquire) != 1) {
+        plat::RefsOf(block->state.load(std::memory_order_acquire)) != 1) {
         return nullptr; // a shared block cannot move or shrink under its other holders
     }
     // A block stays where it is when the new size falls in its own class (and handle).
-    if (block->cls == plat::kLargeClass || plat::ClassOf(ulSize) != block->cls || block->handle != ulHandle) {
+    if (block->cls == plat::kLargeClass || ulSize > plat::kMaxClassBytes || plat::ClassOf(ulSize) != block->cls ||
+        block->handle != ulHandle) {
         return plat::Move(block, ulHandle, ulSize, pcFile, ulLine);
     }
-    plat::Account(ulHandle, 0, static_cast<u64>(ulSize) - block->size);
+    plat::AccountAny(ulHandle, 0, static_cast<u64>(ulSize) - block->size);
     block->size = ulSize;
     block->file = pcFile;
     block->line = ulLine;
@@ -158,49 +210,43 @@ extern "C" void *RUK_MemReAlloc_F(u32 ulHandle, u8 ucPtNo, void *pBlock, u32 ulS
     return pBlock;
 }
 
+// The fast path releases the only reference of a pool block into the thread's cache; shared blocks,
+// large blocks, bad pointers and injected failures go to FreeSlow.
 extern "C" u32 RUK_MemFree_F(u32 ulHandle, void *pBlock, const char *pcFile, u32 ulLine) {
     (void)ulHandle; // the block's own handle is charged, whatever the caller says
     (void)pcFile;
     (void)ulLine;
-    if (plat::FaultHit("RUK_MemFree_F")) {
-        return RUK_ERR_INJECTED;
-    }
-    plat::BlockHeader *block = plat::LiveBlock(pBlock);
-    if (block == nullptr) {
-        return RUK_ERR_BAD_BLOCK;
-    }
-    u32 refs = block->refs.load(std::memory_order_acquire);
-    if (refs == 1) {
-        // The caller holds the only reference, so nobody else may touch the count: no locked update.
-        block->refs.store(0, std::memory_order_relaxed);
-        plat::Release(block);
-        return RUK_OK;
-    }
-    do {
-        if (refs == 0) {
-            return RUK_ERR_BAD_BLOCK; // another thread dropped the last reference meanwhile
+    plat::ThreadMem &t = plat::t_mem;
+    plat::ThreadStats *stats = t.stats;
+    if (PLAT_LIKELY(!plat::FaultsPending() && stats != nullptr)) {
+        plat::BlockHeader *block = plat::g_arena.BlockAt(pBlock);
+        if (PLAT_LIKELY(block != nullptr) &&
+            PLAT_LIKELY(block->state.load(std::memory_order_acquire) == plat::kStateSingle)) {
+            // The caller holds the only reference, so nobody else may touch the state: no locked update.
+            block->state.store(plat::kStateFree, std::memory_order_release);
+            plat::Account(stats, block->handle, ~u64{0}, u64{0} - block->size);
+            PLAT_POISON(plat::Payload(block), plat::Capacity(block->cls));
+            plat::CacheBlock(t, block);
+            return RUK_OK;
         }
-    } while (!block->refs.compare_exchange_weak(refs, refs - 1, std::memory_order_acq_rel));
-    if (refs == 1) {
-        plat::Release(block);
     }
-    return RUK_OK;
+    return plat::FreeSlow(pBlock);
 }
 
 extern "C" u32 RUK_MemRefInc(void *pBlock) {
     if (plat::FaultHit("RUK_MemRefInc")) {
         return RUK_ERR_INJECTED;
     }
-    plat::BlockHeader *block = plat::LiveBlock(pBlock);
+    plat::BlockHeader *block = plat::PoolFind(pBlock);
     if (block == nullptr) {
         return RUK_ERR_BAD_BLOCK;
     }
-    u32 refs = block->refs.load(std::memory_order_relaxed);
+    u64 state = block->state.load(std::memory_order_relaxed);
     do {
-        if (refs == 0 || refs == UINT32_MAX) {
+        if (plat::MagicOf(state) != plat::kMagicLive || plat::RefsOf(state) == 0 || plat::RefsOf(state) == UINT32_MAX) {
             return RUK_ERR_BAD_BLOCK;
         }
-    } while (!block->refs.compare_exchange_weak(refs, refs + 1, std::memory_order_relaxed));
+    } while (!block->state.compare_exchange_weak(state, state + plat::kOneRef, std::memory_order_relaxed));
     return RUK_OK;
 }
 
@@ -215,7 +261,7 @@ extern "C" u32 RUK_MemRefGet(void *pBlock, u32 *pulCount) {
     if (block == nullptr) {
         return RUK_ERR_BAD_BLOCK;
     }
-    *pulCount = block->refs.load(std::memory_order_acquire);
+    *pulCount = plat::RefsOf(block->state.load(std::memory_order_acquire));
     return RUK_OK;
 }
 

@@ -7,7 +7,20 @@
 #include <cstddef>
 #include <mutex>
 
+#include "plat_fault.h"
 #include "ruk_types.h"
+
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/asan_interface.h>
+#define PLAT_POISON(addr, size) ASAN_POISON_MEMORY_REGION((addr), (size))
+#define PLAT_UNPOISON(addr, size) ASAN_UNPOISON_MEMORY_REGION((addr), (size))
+#else
+#define PLAT_POISON(addr, size) ((void)(addr), (void)(size))
+#define PLAT_UNPOISON(addr, size) ((void)(addr), (void)(size))
+#endif
+
+#define PLAT_LIKELY(x) __builtin_expect(!!(x), 1)
+#define PLAT_UNLIKELY(x) __builtin_expect(!!(x), 0)
 
 // Nothing here is part of the platform's interface: calls between these files stay direct.
 #pragma GCC visibility push(hidden)
@@ -15,12 +28,12 @@
 namespace plat {
 
 // Precedes every payload. Size LP64: 32 bytes, so payloads keep the 16-byte alignment of block starts.
-// `magic` is kMagicLive exactly while the block is allocated; `refs` is its reference count (0 once
-// freed). `handle`, `size`, `file` and `line` describe the current allocation. A free block links to the
-// next free one through `next` instead of `file`.
+// `state` holds the magic in its low half (kMagicLive exactly while the block is allocated) and the
+// reference count in its high half (0 once freed), so that the release of a block checked out once is
+// decided by one load and one compare. `handle`, `size`, `file` and `line` describe the current
+// allocation. A free block links to the next free one through `next` instead of `file`.
 struct BlockHeader {
-    std::atomic<u32> magic;
-    std::atomic<u32> refs;
+    std::atomic<u64> state;
     u32 handle;
     u32 size; // bytes requested
     u32 line;
@@ -35,6 +48,16 @@ static_assert(sizeof(BlockHeader) == 32, "the header must keep payloads 16-byte 
 
 constexpr u32 kMagicLive = 0x5A4D454Du;
 constexpr u32 kMagicFree = 0x66726565u;
+constexpr u64 kOneRef = u64{1} << 32;
+constexpr u64 kStateFree = kMagicFree;             // no references
+constexpr u64 kStateSingle = kMagicLive | kOneRef; // live with one reference
+inline u32 MagicOf(u64 state) {
+    return static_cast<u32>(state);
+}
+inline u32 RefsOf(u64 state) {
+    return static_cast<u32>(state >> 32);
+}
+
 constexpr u16 kLargeClass = 0xFFFFu;
 constexpr u32 kMaxHandles = 64;
 // Size classes hold 32, 64, ... 65,536 bytes of payload; larger blocks come from malloc.
@@ -44,6 +67,8 @@ constexpr u32 kClassCount = kMaxClassShift - kMinClassShift + 1;
 constexpr u32 kMaxClassBytes = 1u << kMaxClassShift;
 constexpr size_t kSlabShift = 20; // slabs of 1 MiB, each holding blocks of one class
 constexpr size_t kSlabBytes = size_t{1} << kSlabShift;
+constexpr size_t kMaxReserve = size_t{8} << 30;
+constexpr size_t kMaxSlabs = kMaxReserve >> kSlabShift;
 
 constexpr u32 Capacity(u32 cls) {
     return 1u << (cls + kMinClassShift);
@@ -51,28 +76,15 @@ constexpr u32 Capacity(u32 cls) {
 constexpr u32 Stride(u32 cls) {
     return static_cast<u32>(sizeof(BlockHeader)) + Capacity(cls);
 }
-inline u16 ClassOf(u32 ulSize) {
-    return ulSize <= Capacity(0) ? 0 : static_cast<u16>(32 - __builtin_clz(ulSize - 1) - kMinClassShift);
-}
-// Whether x (below 2^20) is a multiple of a class's stride, without a division: q = x * ceil(2^40 / d)
-// >> 40 equals x / d exactly for x < 2^20 and d <= 2^17, since the rounding error stays below 2^-20.
-constexpr u64 StrideReciprocal(u32 cls) {
-    return ((u64{1} << 40) + Stride(cls) - 1) / Stride(cls);
-}
-inline constexpr u64 kStrideReciprocals[kClassCount] = {
-    StrideReciprocal(0), StrideReciprocal(1), StrideReciprocal(2),  StrideReciprocal(3),
-    StrideReciprocal(4), StrideReciprocal(5), StrideReciprocal(6),  StrideReciprocal(7),
-    StrideReciprocal(8), StrideReciprocal(9), StrideReciprocal(10), StrideReciprocal(11)};
-static_assert(kClassCount == 12 && kSlabShift <= 20, "one reciprocal per class, offsets below 2^20");
-inline bool OnStride(u32 x, u32 cls) {
-    u64 quotient = (x * kStrideReciprocals[cls]) >> 40;
-    return quotient * Stride(cls) == x;
+// The smallest class holding ulSize (1..kMaxClassBytes) bytes, without a branch: sizes up to the
+// smallest capacity share its bit length.
+inline u32 ClassOf(u32 ulSize) {
+    return 32 - kMinClassShift - static_cast<u32>(__builtin_clz((ulSize - 1) | (Capacity(0) - 1)));
 }
 
 // Blocks a thread keeps for itself per class: more of the small ones, few of the large ones.
-constexpr u32 CacheLimit(u32 cls) {
-    return cls <= 5 ? 32 : (cls <= 9 ? 8 : 4);
-}
+inline constexpr u8 kCacheLimit[kClassCount] = {32, 32, 32, 32, 32, 32, 8, 8, 8, 8, 4, 4};
+
 inline void *Payload(BlockHeader *pstBlock) {
     return pstBlock + 1;
 }
@@ -82,6 +94,16 @@ inline u32 BlockCapacity(const BlockHeader *pstBlock) {
 
 // ---- Slabs, central free lists and large blocks (ruk_mem_pool.cpp) ----
 
+// What a pointer check needs of a slab: its class's stride and the reciprocal that tests for a
+// multiple of it without a division. q = x * ceil(2^40 / d) >> 40 equals x / d exactly for x < 2^20 and
+// d <= 2^17, since the rounding error stays below 2^-20.
+struct SlabInfo {
+    u64 reciprocal;
+    u32 stride;
+    u32 cls;
+};
+static_assert(kSlabShift <= 20 && Stride(kClassCount - 1) <= (1u << 17), "reciprocals must be exact");
+
 // One reserved address range, committed a slab at a time and never unmapped, so the header of a freed
 // block stays readable and a double free is recognised by its magic; a pointer is validated by
 // arithmetic alone. Constant-initialised and never torn down: blocks may be freed during exit.
@@ -90,34 +112,31 @@ class Arena {
     // A committed slab for the class, or null when the range or memory is exhausted.
     char *NewSlab(u16 cls);
 
-    bool Contains(const void *p) const {
-        size_t committed = slabs_.load(std::memory_order_acquire);
-        return committed != 0 && (Offset(p) >> kSlabShift) < committed; // below the base wraps to huge
-    }
-
-    // The header of the block whose payload starts at p (Contains(p) holds), or null when p is not
-    // exactly a payload start.
+    // The header of the pool block whose payload starts at p, whether live or free, or null when p is not
+    // exactly such a payload start (null, outside the committed slabs, or inside a block).
     BlockHeader *BlockAt(const void *p) const {
-        uintptr_t offset = Offset(p);
-        u32 inSlab = static_cast<u32>(offset & (kSlabBytes - 1));
-        u16 cls = slabClass_[offset >> kSlabShift];
-        if (inSlab < sizeof(BlockHeader) || !OnStride(inSlab - static_cast<u32>(sizeof(BlockHeader)), cls)) {
+        size_t committed = slabs_.load(std::memory_order_acquire); // publishes base_ and slabInfo_
+        uintptr_t offset = reinterpret_cast<uintptr_t>(p) - base_.load(std::memory_order_relaxed);
+        size_t slab = offset >> kSlabShift; // below the base wraps to huge
+        if (PLAT_UNLIKELY(slab >= committed)) {
             return nullptr;
+        }
+        const SlabInfo &info = slabInfo_[slab];
+        u32 at = static_cast<u32>(offset & (kSlabBytes - 1)) - static_cast<u32>(sizeof(BlockHeader));
+        if (PLAT_UNLIKELY(at >= kSlabBytes) || PLAT_UNLIKELY(((at * info.reciprocal) >> 40) * info.stride != at)) {
+            return nullptr; // the payload of a block cannot start in the first header's place
         }
         return static_cast<BlockHeader *>(const_cast<void *>(p)) - 1;
     }
 
   private:
     bool Reserve();
-    uintptr_t Offset(const void *p) const {
-        return reinterpret_cast<uintptr_t>(p) - reinterpret_cast<uintptr_t>(base_.load(std::memory_order_relaxed));
-    }
 
     std::mutex growLock_;
-    std::atomic<char *> base_{nullptr};
-    size_t slabLimit_ = 0;         // written once under growLock_
-    u16 *slabClass_ = nullptr;     // class of each committed slab; written before slabs_ moves past it
-    std::atomic<size_t> slabs_{0}; // committed slabs, from the start of the range
+    std::atomic<uintptr_t> base_{0};
+    size_t slabLimit_ = 0;              // written once under growLock_
+    std::atomic<size_t> slabs_{0};      // committed slabs, from the start of the range
+    SlabInfo slabInfo_[kMaxSlabs] = {}; // an entry is written before slabs_ moves past it
 };
 extern Arena g_arena;
 
@@ -130,88 +149,86 @@ void GiveLarge(BlockHeader *pstBlock);
 // The header of a live large block whose payload starts at p, or null.
 BlockHeader *FindLarge(const void *p);
 
+// The header of the block whose payload starts at p, whether live or free, or null when the pointer
+// is not the start of a payload the pool handed out. Reads no memory outside the pool.
+inline BlockHeader *PoolFind(const void *p) {
+    BlockHeader *block = g_arena.BlockAt(p);
+    return block != nullptr ? block : FindLarge(p);
+}
+
 // ---- Per-thread caches and counters (ruk_mem_thread.cpp) ----
 
 // Live blocks and bytes per handle, kept per thread so that only one thread writes them (no locked
-// instructions). They wrap: a thread that frees what another allocated holds "negative" amounts, and
-// the sum over all threads is exact.
+// instructions; the atomics only let PLAT_MemStats read them). They wrap: a thread that frees what
+// another allocated holds "negative" amounts, and the sum over all threads is exact.
 struct ThreadStats {
-    std::atomic<u64> blocks[kMaxHandles];
-    std::atomic<u64> bytes[kMaxHandles];
+    struct {
+        std::atomic<u64> blocks;
+        std::atomic<u64> bytes;
+    } live[kMaxHandles];
     ThreadStats *next;
 };
 
-// Trivially constructible and destructible, so it is usable at any time in the thread's life: once
-// the thread ends, its cache is flushed and counters retired, and it is `closed` for good.
+// Trivially constructible and destructible, so it is usable at any time in the thread's life. `stats`
+// is set while the thread uses its cache (opened on first use, with counters registered) and null
+// before, after the thread's end has flushed the cache and retired the counters (`closed`), or when
+// the counters could not be created: then every call takes the shared slow paths.
 struct ThreadMem {
-    BlockHeader *heads[kClassCount];
-    u32 counts[kClassCount];
-    ThreadStats *stats; // null until opened, or if it could not be created
-    bool open;
+    BlockHeader *heads[kClassCount]; // non-empty only while stats is set
+    u32 room[kClassCount];           // blocks the cache takes before it overflows: kCacheLimit - cached
+    ThreadStats *stats;
     bool closed;
 };
 inline thread_local ThreadMem t_mem __attribute__((tls_model("initial-exec")));
 
-// Prepares the thread's cache and counters on first use; false once the thread is ending.
+// Prepares the thread's cache and counters on first use; false once the thread is ending or when its
+// counters cannot be created.
 bool OpenThread();
+// A block of the class for an open thread whose cache of it is empty, or null when memory runs out.
 BlockHeader *RefillAndTake(u16 cls);
-void GiveSlow(BlockHeader *pstBlock);
 void SpillCache(u16 cls, u32 count);
+// Adds (wrapping) deltas to a handle's counters shared by threads that have none of their own.
 void AccountShared(u32 ulHandle, u64 ullBlocks, u64 ullBytes);
 // Sum of a handle's counters over all threads, past and present.
 void SumStats(u32 ulHandle, u64 *pullBlocks, u64 *pullBytes);
 
-// Adds (wrapping) deltas to a handle's live counters.
-inline void Account(u32 ulHandle, u64 ullBlocks, u64 ullBytes) {
-    ThreadStats *stats = t_mem.stats;
-    if (stats == nullptr && OpenThread()) {
-        stats = t_mem.stats;
-    }
-    if (stats == nullptr) {
-        AccountShared(ulHandle, ullBlocks, ullBytes);
-        return;
-    }
-    u32 i = ulHandle - 1;
-    stats->blocks[i].store(stats->blocks[i].load(std::memory_order_relaxed) + ullBlocks, std::memory_order_relaxed);
-    stats->bytes[i].store(stats->bytes[i].load(std::memory_order_relaxed) + ullBytes, std::memory_order_relaxed);
+inline void Account(ThreadStats *stats, u32 ulHandle, u64 ullBlocks, u64 ullBytes) {
+    auto &live = stats->live[ulHandle - 1];
+    live.blocks.store(live.blocks.load(std::memory_order_relaxed) + ullBlocks, std::memory_order_relaxed);
+    live.bytes.store(live.bytes.load(std::memory_order_relaxed) + ullBytes, std::memory_order_relaxed);
 }
 
-// A block able to hold ulSize bytes with `cls` set, other fields left to the caller; null when memory
-// runs out. Pool blocks are recycled: their payload holds stale data.
-inline BlockHeader *PoolTake(u32 ulSize) {
-    if (ulSize > kMaxClassBytes) {
-        return TakeLarge(ulSize);
-    }
-    u16 cls = ClassOf(ulSize);
-    BlockHeader *block = t_mem.heads[cls];
-    if (block == nullptr) {
-        return RefillAndTake(cls);
-    }
-    t_mem.heads[cls] = block->next;
-    --t_mem.counts[cls];
-    return block;
+// Under ASan exactly the requested bytes are addressable, so overruns into the rest of the class and
+// uses after free are caught although the pool recycles blocks instead of returning them to malloc.
+inline void ExposeOnly(BlockHeader *pstBlock, u32 ulSize) {
+    PLAT_UNPOISON(Payload(pstBlock), ulSize);
+    PLAT_POISON(static_cast<char *>(Payload(pstBlock)) + ulSize, BlockCapacity(pstBlock) - ulSize);
 }
 
-// Returns a block whose last reference has gone (magic already cleared) to the pool.
-inline void PoolGive(BlockHeader *pstBlock) {
+// Marks a block taken from the pool as the caller's, with one reference (the caller counts it).
+inline void *CheckOut(BlockHeader *pstBlock, u32 ulHandle, u32 ulSize, const char *pcFile, u32 ulLine) {
+    pstBlock->handle = ulHandle;
+    pstBlock->size = ulSize;
+    pstBlock->line = ulLine;
+    pstBlock->file = pcFile;
+    pstBlock->state.store(kStateSingle, std::memory_order_release);
+    ExposeOnly(pstBlock, ulSize);
+    return Payload(pstBlock);
+}
+
+// Puts a pool block whose last reference has gone (state already free) in the thread's cache, giving
+// half of it back to the central list when it is full.
+inline void CacheBlock(ThreadMem &t, BlockHeader *pstBlock) {
     u16 cls = pstBlock->cls;
-    if (cls == kLargeClass) {
-        GiveLarge(pstBlock);
-    } else if (!t_mem.open) {
-        GiveSlow(pstBlock);
-    } else {
-        pstBlock->next = t_mem.heads[cls];
-        t_mem.heads[cls] = pstBlock;
-        if (++t_mem.counts[cls] > CacheLimit(cls)) {
-            SpillCache(cls, CacheLimit(cls) / 2);
-        }
+    pstBlock->next = t.heads[cls];
+    t.heads[cls] = pstBlock;
+    if (PLAT_UNLIKELY(--t.room[cls] == 0)) {
+        SpillCache(cls, kCacheLimit[cls] / 2u);
     }
 }
 
-// The header of the block whose payload starts at p, whether live or free, or null when the pointer
-// is not the start of a payload the pool handed out. Reads no memory outside the pool.
-inline BlockHeader *PoolFind(const void *p) {
-    return g_arena.Contains(p) ? g_arena.BlockAt(p) : FindLarge(p);
+inline bool FaultsPending() {
+    return PLAT_UNLIKELY(g_faultPendingNames.load(std::memory_order_relaxed) != 0);
 }
 
 } // namespace plat

@@ -10,7 +10,6 @@
 namespace plat {
 namespace {
 
-constexpr size_t kMaxReserve = size_t{8} << 30;
 constexpr size_t kMinReserve = size_t{256} << 20;
 
 // Central state of one class: free blocks and the unused end of its newest slab.
@@ -43,36 +42,32 @@ Arena g_arena;
 bool Arena::Reserve() {
     for (size_t bytes = kMaxReserve; bytes >= kMinReserve; bytes /= 2) {
         void *range = mmap(nullptr, bytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-        if (range == MAP_FAILED) {
-            continue;
+        if (range != MAP_FAILED) {
+            slabLimit_ = bytes >> kSlabShift;
+            base_.store(reinterpret_cast<uintptr_t>(range), std::memory_order_relaxed); // published by slabs_
+            return true;
         }
-        slabClass_ = new (std::nothrow) u16[bytes >> kSlabShift];
-        if (slabClass_ == nullptr) {
-            munmap(range, bytes);
-            return false;
-        }
-        slabLimit_ = bytes >> kSlabShift;
-        base_.store(static_cast<char *>(range), std::memory_order_relaxed); // published by slabs_
-        return true;
     }
     return false;
 }
 
 char *Arena::NewSlab(u16 cls) {
     std::lock_guard<std::mutex> guard(growLock_);
-    if (base_.load(std::memory_order_relaxed) == nullptr && !Reserve()) {
+    if (base_.load(std::memory_order_relaxed) == 0 && !Reserve()) {
         return nullptr;
     }
     size_t index = slabs_.load(std::memory_order_relaxed);
     if (index >= slabLimit_) {
         return nullptr;
     }
-    char *slab = base_.load(std::memory_order_relaxed) + (index << kSlabShift);
+    char *slab = reinterpret_cast<char *>(base_.load(std::memory_order_relaxed) + (index << kSlabShift));
     if (mprotect(slab, kSlabBytes, PROT_READ | PROT_WRITE) != 0) {
         return nullptr;
     }
-    slabClass_[index] = cls;
-    slabs_.store(index + 1, std::memory_order_release); // publishes base_ and slabClass_[index]
+    slabInfo_[index].reciprocal = ((u64{1} << 40) + Stride(cls) - 1) / Stride(cls);
+    slabInfo_[index].stride = Stride(cls);
+    slabInfo_[index].cls = cls;
+    slabs_.store(index + 1, std::memory_order_release); // publishes base_ and slabInfo_[index]
     return slab;
 }
 
@@ -97,8 +92,7 @@ BlockHeader *CentralTake(u16 cls, u32 want, u32 *pulGot) {
         }
         BlockHeader *block = reinterpret_cast<BlockHeader *>(sc.cursor);
         sc.cursor += Stride(cls);
-        block->magic.store(kMagicFree, std::memory_order_relaxed);
-        block->refs.store(0, std::memory_order_relaxed);
+        block->state.store(kStateFree, std::memory_order_relaxed);
         block->cls = cls;
         block->next = list;
         list = block;

@@ -26,25 +26,25 @@ void RetireStats(ThreadStats *stats) {
         }
     }
     for (u32 i = 0; i < kMaxHandles; ++i) {
-        g_stats.retiredBlocks[i].fetch_add(stats->blocks[i].load(std::memory_order_relaxed));
-        g_stats.retiredBytes[i].fetch_add(stats->bytes[i].load(std::memory_order_relaxed));
+        g_stats.retiredBlocks[i].fetch_add(stats->live[i].blocks.load(std::memory_order_relaxed));
+        g_stats.retiredBytes[i].fetch_add(stats->live[i].bytes.load(std::memory_order_relaxed));
     }
     delete stats;
 }
 
-// Runs as the thread ends (a thread-local destructor registered by OpenThread).
+// Runs as the thread ends (a thread-local destructor registered by OpenThread). Later calls of the
+// thread, from destructors that run after this one, find no cache and take the shared paths.
 struct ThreadCloser {
     ~ThreadCloser() {
-        for (u16 cls = 0; cls < kClassCount; ++cls) {
-            if (t_mem.counts[cls] != 0) {
-                SpillCache(cls, t_mem.counts[cls]);
+        if (t_mem.stats != nullptr) { // else the thread never had a cache
+            for (u16 cls = 0; cls < kClassCount; ++cls) {
+                if (t_mem.room[cls] != kCacheLimit[cls]) {
+                    SpillCache(cls, kCacheLimit[cls] - t_mem.room[cls]);
+                }
             }
-        }
-        if (t_mem.stats != nullptr) {
             RetireStats(t_mem.stats);
             t_mem.stats = nullptr;
         }
-        t_mem.open = false;
         t_mem.closed = true;
     }
 };
@@ -52,42 +52,34 @@ struct ThreadCloser {
 } // namespace
 
 bool OpenThread() {
-    if (t_mem.open || t_mem.closed) {
-        return t_mem.open;
+    if (t_mem.stats != nullptr || t_mem.closed) {
+        return t_mem.stats != nullptr;
     }
     static thread_local ThreadCloser closer;
     (void)closer;
     ThreadStats *stats = new (std::nothrow) ThreadStats();
-    if (stats != nullptr) {
-        std::lock_guard<std::mutex> guard(g_stats.lock);
-        stats->next = g_stats.threads;
-        g_stats.threads = stats;
+    if (stats == nullptr) {
+        return false; // tried again on the next slow call
     }
+    for (u16 cls = 0; cls < kClassCount; ++cls) {
+        t_mem.room[cls] = kCacheLimit[cls];
+    }
+    std::lock_guard<std::mutex> guard(g_stats.lock);
+    stats->next = g_stats.threads;
+    g_stats.threads = stats;
     t_mem.stats = stats;
-    t_mem.open = true;
     return true;
 }
 
 BlockHeader *RefillAndTake(u16 cls) {
     u32 got = 0;
-    if (!OpenThread()) {
-        return CentralTake(cls, 1, &got); // the thread is ending: no cache any more
-    }
-    BlockHeader *list = CentralTake(cls, CacheLimit(cls) / 2, &got);
+    BlockHeader *list = CentralTake(cls, kCacheLimit[cls] / 2u, &got);
     if (list == nullptr) {
         return nullptr;
     }
     t_mem.heads[cls] = list->next;
-    t_mem.counts[cls] = got - 1;
+    t_mem.room[cls] -= got - 1;
     return list;
-}
-
-void GiveSlow(BlockHeader *pstBlock) {
-    if (OpenThread()) {
-        PoolGive(pstBlock);
-    } else {
-        CentralGive(pstBlock->cls, pstBlock, pstBlock);
-    }
 }
 
 void SpillCache(u16 cls, u32 count) {
@@ -97,7 +89,7 @@ void SpillCache(u16 cls, u32 count) {
         last = last->next;
     }
     t_mem.heads[cls] = last->next;
-    t_mem.counts[cls] -= count;
+    t_mem.room[cls] += count;
     CentralGive(cls, first, last);
 }
 
@@ -112,8 +104,8 @@ void SumStats(u32 ulHandle, u64 *pullBlocks, u64 *pullBytes) {
     u64 blocks = g_stats.retiredBlocks[i].load(std::memory_order_relaxed);
     u64 bytes = g_stats.retiredBytes[i].load(std::memory_order_relaxed);
     for (ThreadStats *stats = g_stats.threads; stats != nullptr; stats = stats->next) {
-        blocks += stats->blocks[i].load(std::memory_order_relaxed);
-        bytes += stats->bytes[i].load(std::memory_order_relaxed);
+        blocks += stats->live[i].blocks.load(std::memory_order_relaxed);
+        bytes += stats->live[i].bytes.load(std::memory_order_relaxed);
     }
     *pullBlocks = blocks;
     *pullBytes = bytes;

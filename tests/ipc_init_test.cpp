@@ -101,10 +101,13 @@ TEST(IpcInitPollTest, PollSetFailureIsReportedAndInitSucceedsOnce) {
     EXPECT_EQ(IPC_Init(0x18000), IPC_ERR_ALREADY);
     EXPECT_EQ(IPC_GetSelfNodeId(), kSelf);
     // Registrations made before IPC_Init are cleared by it: all 128 entries are free again.
+    EXPECT_EQ(IPC_RegConnectNofity(nullptr), IPC_ERR_PARAM);
+    const u32 maxErr = IpcErrStatCount(IPC_MAX_REGISTER_ERR);
     for (u32 i = 0; i < IPC_CONN_NOTIFY_NUM; i++) {
         ASSERT_EQ(IPC_RegConnectNofity(NotifyStub), IPC_OK) << i;
     }
     EXPECT_EQ(IPC_RegConnectNofity(NotifyStub), IPC_ERR_ALREADY);
+    EXPECT_EQ(IpcErrStatCount(IPC_MAX_REGISTER_ERR), maxErr + 1);
 
     // The reserve message is one maximum-size message held for the life of the process.
     ASSERT_NE(g_pstIpcReserveMsg, nullptr);

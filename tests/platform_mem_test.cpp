@@ -179,6 +179,72 @@ TEST(PlatformMem, BlocksAllocatedOnOneThreadAreFreedOnAnother) {
     ExpectLive(handle, 0, 0);
 }
 
+// Counters are kept per thread: they must add up while the threads run, after one of them ends with
+// blocks still out, and after another thread frees more blocks than its cache holds.
+TEST(PlatformMem, CountersStayExactAcrossThreadLivesAndEnds) {
+    constexpr int kBlocks = 100;
+    u32 handle = Handle("platform_mem_lives");
+    std::vector<void *> blocks(kBlocks);
+    std::atomic<int> stage{0};
+    std::thread owner([&] {
+        for (void *&block : blocks) {
+            block = ALLOC(handle, 64);
+        }
+        stage = 1;
+        while (stage.load() != 2) {
+            std::this_thread::yield();
+        }
+    });
+    while (stage.load() != 1) {
+        std::this_thread::yield();
+    }
+    ExpectLive(handle, kBlocks, kBlocks * 64);
+    for (int i = 0; i < kBlocks / 2; ++i) {
+        ASSERT_EQ(FREE(handle, blocks[i]), RUK_OK);
+    }
+    ExpectLive(handle, kBlocks / 2, kBlocks / 2 * 64);
+    stage = 2;
+    owner.join();
+    ExpectLive(handle, kBlocks / 2, kBlocks / 2 * 64);
+    std::thread([&] {
+        for (int i = kBlocks / 2; i < kBlocks; ++i) {
+            EXPECT_EQ(FREE(handle, blocks[i]), RUK_OK);
+        }
+    }).join();
+    ExpectLive(handle, 0, 0);
+    for (void *block : blocks) {
+        EXPECT_EQ(FREE(handle, block), RUK_ERR_BAD_BLOCK) << "freed on a thread that has ended";
+    }
+}
+
+// Only the exact start of a payload is a block: pointers a few bytes around it, in the header or in a
+// neighbour, are refused and leave the block alone, in every size class.
+TEST(PlatformMem, OnlyExactPayloadStartsAreAccepted) {
+    u32 handle = Handle("platform_mem_starts");
+    for (u32 size = 32; size <= 65536; size *= 2) {
+        void *blocks[3];
+        for (void *&block : blocks) {
+            block = ALLOC(handle, size);
+            ASSERT_NE(block, nullptr);
+        }
+        for (void *block : blocks) {
+            for (int offset = -48; offset <= 48; offset += 8) {
+                if (offset != 0) {
+                    EXPECT_EQ(FREE(handle, static_cast<char *>(block) + offset), RUK_ERR_BAD_BLOCK)
+                        << size << " " << offset;
+                }
+            }
+            u32 refs = 0;
+            EXPECT_EQ(RUK_MemRefGet(block, &refs), RUK_OK);
+            EXPECT_EQ(refs, 1u);
+        }
+        for (void *block : blocks) {
+            EXPECT_EQ(FREE(handle, block), RUK_OK);
+        }
+    }
+    ExpectLive(handle, 0, 0);
+}
+
 #if defined(__SANITIZE_ADDRESS__)
 // Pool blocks are recycled, not returned to malloc, so the pool itself must poison freed payloads and the
 // unrequested end of a block for the address sanitizer to see misuse.
