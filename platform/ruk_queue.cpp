@@ -1,5 +1,5 @@
 // Queues of the stand-in platform: bounded rings of four-word records under one mutex, with separate
-// condition variables for readers and writers that are signalled only when somebody waits. This is on
+// gates for readers and writers that are signalled only when somebody waits, once per wait. This is on
 // the library's message-delivery path, so a write or read that does not wait costs one lock round.
 #include "ruk_queue.h"
 
@@ -20,12 +20,10 @@ struct QueueRecord {
     u64 (*ring)[4] = nullptr; // depth records, allocated once
 
     std::mutex lock;
-    std::condition_variable notEmpty;
-    std::condition_variable notFull;
-    u32 head = 0;  // index of the oldest record; guarded by lock
-    u32 count = 0; // records held; guarded by lock
-    u32 readersWaiting = 0;
-    u32 writersWaiting = 0;
+    WaitGate notEmpty; // readers; guarded by lock
+    WaitGate notFull;  // writers; guarded by lock
+    u32 head = 0;      // index of the oldest record; guarded by lock
+    u32 count = 0;     // records held; guarded by lock
 };
 
 // Queues live until the process ends; 64 Ki of them is far beyond what a process creates.
@@ -50,6 +48,20 @@ u32 Resolve(u32 ulQueId, const u64 *pRecord, u32 ulMode, QueueRecord **ppQueue) 
     }
     *ppQueue = g_queues.Find(ulQueId);
     return *ppQueue != nullptr ? RUK_OK : RUK_ERR_NOT_FOUND;
+}
+
+// After a write or read under the lock: wakes the other side if it sleeps, and passes the turn on to
+// another sleeper of the own side while the queue still has room (writers) or records (readers).
+void WakeAfter(std::unique_lock<std::mutex> &lock, WaitGate &other, WaitGate &own, bool ownStillReady) {
+    const bool wakeOther = ShouldSignal(other);
+    const bool wakeOwn = ownStillReady && ShouldSignal(own);
+    lock.unlock();
+    if (wakeOther) {
+        other.cond.notify_one();
+    }
+    if (wakeOwn) {
+        own.cond.notify_one();
+    }
 }
 
 } // namespace
@@ -90,7 +102,7 @@ extern "C" u32 RUK_Que_Write(u32 ulQueId, const u64 aullMsg[4], u32 ulMode, u32 
         return check;
     }
     std::unique_lock<std::mutex> lock(queue->lock);
-    u32 rc = plat::WaitUntil(lock, queue->notFull, queue->writersWaiting, ulMode, ulTimeout, RUK_ERR_FULL,
+    u32 rc = plat::WaitGated(lock, queue->notFull, ulMode, ulTimeout, RUK_ERR_FULL,
                              [queue] { return queue->count < queue->depth; });
     if (rc != RUK_OK) {
         return rc;
@@ -98,11 +110,7 @@ extern "C" u32 RUK_Que_Write(u32 ulQueId, const u64 aullMsg[4], u32 ulMode, u32 
     u32 tail = queue->head + queue->count;
     plat::CopyRecord(queue->ring[tail < queue->depth ? tail : tail - queue->depth], aullMsg);
     ++queue->count;
-    bool wake = queue->readersWaiting != 0;
-    lock.unlock();
-    if (wake) {
-        queue->notEmpty.notify_one();
-    }
+    plat::WakeAfter(lock, queue->notEmpty, queue->notFull, queue->count < queue->depth);
     return RUK_OK;
 }
 
@@ -116,8 +124,8 @@ extern "C" u32 RUK_Que_Read(u32 ulQueId, u64 aullMsg[4], u32 ulMode, u32 ulTimeo
         return check;
     }
     std::unique_lock<std::mutex> lock(queue->lock);
-    u32 rc = plat::WaitUntil(lock, queue->notEmpty, queue->readersWaiting, ulMode, ulTimeout, RUK_ERR_EMPTY,
-                             [queue] { return queue->count != 0; });
+    u32 rc =
+        plat::WaitGated(lock, queue->notEmpty, ulMode, ulTimeout, RUK_ERR_EMPTY, [queue] { return queue->count != 0; });
     if (rc != RUK_OK) {
         return rc;
     }
@@ -127,10 +135,6 @@ extern "C" u32 RUK_Que_Read(u32 ulQueId, u64 aullMsg[4], u32 ulMode, u32 ulTimeo
     }
     queue->head = queue->head + 1 == queue->depth ? 0 : queue->head + 1;
     --queue->count;
-    bool wake = queue->writersWaiting != 0;
-    lock.unlock();
-    if (wake) {
-        queue->notFull.notify_one();
-    }
+    plat::WakeAfter(lock, queue->notFull, queue->notEmpty, queue->count != 0);
     return RUK_OK;
 }

@@ -100,6 +100,9 @@ inline void *MsgPayload(IPC_MSG_HEAD_S *pstHead) {
     return reinterpret_cast<u8 *>(pstHead) + IPC_MSG_HEAD_LEN;
 }
 
+// IPC_AllocMsg_X for the library's own callers (a direct call, not through the exported entry).
+void *IpcAllocMsg(u32 ulLen, u32 ulModId, const char *pcFuncName, u32 ulLine);
+
 // The ownership mark of a message, read safely: a block the memory service no longer knows as live (released
 // already) reads as IPC_MEM_FREED without its header being touched, since a released block may be
 // poisoned or handed out again. Used by the release and by the send's ownership check.

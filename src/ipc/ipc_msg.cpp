@@ -5,8 +5,8 @@
 #include "ipc/ipc_internal.h"
 
 #include <cstddef>
+#include <cstring>
 
-#include "bounds_checked.h"
 #include "ruk_mem.h"
 
 namespace zol::ipc {
@@ -59,6 +59,23 @@ void ReleaseOwnedMsg(IPC_MSG_HEAD_S *pstHead) {
 
 } // namespace
 
+void *IpcAllocMsg(u32 ulLen, u32 ulModId, const char *pcFuncName, u32 ulLine) {
+    if (ulLen == 0 || ulLen > IPC_MAX_MSG_LEN) {
+        return nullptr;
+    }
+    const u32 ulBlockLen = ulLen + IPC_MSG_HEAD_LEN;
+    void *pBlock = ZOL_MemAlloc(ulModId, ulBlockLen, pcFuncName != nullptr ? pcFuncName : kFileIpc, ulLine);
+    if (pBlock == nullptr) {
+        return nullptr;
+    }
+    // The block always exceeds the header, so a plain clear of the header is in bounds.
+    auto *pstHead = static_cast<IPC_MSG_HEAD_S *>(pBlock);
+    memset(pstHead, 0, IPC_MSG_HEAD_LEN);
+    pstHead->ucCtxFlag = IPC_CTX_FLAG_NONE;
+    pstHead->ucMemFlag = IPC_MEM_USED;
+    return MsgPayload(pstHead);
+}
+
 u8 IpcReadMemFlag(const IPC_MSG_HEAD_S *pstHead) {
     return IsLiveBlock(pstHead) ? pstHead->ucMemFlag : static_cast<u8>(IPC_MEM_FREED);
 }
@@ -86,22 +103,7 @@ using namespace zol::ipc;
 extern "C" {
 
 ZOL_EXPORT void *IPC_AllocMsg_X(u32 ulLen, u32 ulModId, const char *pcFuncName, u32 ulLine) {
-    if (ulLen == 0 || ulLen > IPC_MAX_MSG_LEN) {
-        return nullptr;
-    }
-    const u32 ulBlockLen = ulLen + IPC_MSG_HEAD_LEN;
-    void *pBlock = zol::ZOL_MemAlloc(ulModId, ulBlockLen, pcFuncName != nullptr ? pcFuncName : kFileIpc, ulLine);
-    if (pBlock == nullptr) {
-        return nullptr;
-    }
-    if (memset_s(pBlock, ulBlockLen, 0, IPC_MSG_HEAD_LEN) != 0) {
-        (void)zol::ZOL_MemFree(pBlock, kFileIpc, __LINE__);
-        return nullptr;
-    }
-    auto *pstHead = static_cast<IPC_MSG_HEAD_S *>(pBlock);
-    pstHead->ucCtxFlag = IPC_CTX_FLAG_NONE;
-    pstHead->ucMemFlag = IPC_MEM_USED;
-    return MsgPayload(pstHead);
+    return IpcAllocMsg(ulLen, ulModId, pcFuncName, ulLine);
 }
 
 ZOL_EXPORT void IPC_FreeMsg(void *pMsg) {

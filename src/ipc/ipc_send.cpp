@@ -4,7 +4,8 @@
 #include "ipc/ipc_byteorder.h"
 #include "ipc/ipc_chan_internal.h"
 
-#include "bounds_checked.h"
+#include <cstring>
+
 #include "ruk_queue.h"
 
 namespace zol::ipc {
@@ -119,13 +120,14 @@ u32 IPC_Send2SelfNode(IPC_MSG_HEAD_S *pstHead, u32 ulFlag) {
         return IPC_ERR_MSG_OWNER;
     }
     pstHead->ucMemFlag = IPC_MEM_USED;
-    void *pCopy = IPC_AllocMsg_X(ulLen, IPC_MOD_ID, "IPC_Send2SelfNode", __LINE__);
+    void *pCopy = IpcAllocMsg(ulLen, IPC_MOD_ID, "IPC_Send2SelfNode", __LINE__);
     if (pCopy == nullptr) {
         return IPC_ERR_NO_MEMORY;
     }
     // Header and payload at once: the copy starts as a duplicate of the sent header (network order).
     IPC_MSG_HEAD_S *pstCopy = MsgHead(pCopy);
-    (void)memcpy_s(pstCopy, ulLen + IPC_MSG_HEAD_LEN, pstHead, ulLen + IPC_MSG_HEAD_LEN);
+    // Both blocks hold exactly this many bytes (the length was bounded above), so no checked copy is needed.
+    memcpy(pstCopy, pstHead, ulLen + IPC_MSG_HEAD_LEN);
     IPC_NotifyChan(pstDstChan, pstCopy, IPC_NOTIFY_RECV);
     if ((ulFlag & IPC_SEND_FLAG_SYNC) != 0) {
         return IPC_OK;
