@@ -20,36 +20,11 @@ u32 FreeingCallback(u32, u32, u32, u32, void *msg, u32) {
     return 0;
 }
 
-std::string Dashes(size_t n) {
-    return std::string(n, '-');
-}
+using om_test::Dashes;
 
-class IpcDiagTest : public ::testing::Test {
+class IpcDiagTest : public om_test::DiagFixture {
   protected:
-    void SetUp() override {
-        if (om_test::ToolPath("zol_omd").empty() || om_test::ToolPath("zol_diag").empty()) {
-            GTEST_SKIP() << "tools not built or ZOL_TEST_BINARY_DIR not set";
-        }
-        sock_ = om_test::TempSocket("ipcdiag");
-        setenv(OMCC_SOCKET_ENV, sock_.c_str(), 1);
-        pid_ = std::to_string(getpid());
-    }
-    // Asks until this process is known to the daemon (exit code 4 before), for up to 30 s.
-    std::string Diag(const char *type) {
-        std::string out;
-        for (int i = 0; i < 300; ++i) {
-            out.clear();
-            const int rc =
-                om_test::Run(om_test::ToolPath("zol_diag"), {"--socket", sock_, pid_, "get-ipc-info", type}, out);
-            if (rc != 4) {
-                EXPECT_EQ(rc, 0) << out;
-                break;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        }
-        return out;
-    }
-    std::string sock_, pid_;
+    std::string Diag(const char *type) { return Ask("get-ipc-info", type); }
 };
 
 TEST_F(IpcDiagTest, EachTableReflectsTheTrafficJustSent) {

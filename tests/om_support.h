@@ -146,6 +146,38 @@ class FakeFramework {
     std::string in_;
 };
 
+inline std::string Dashes(size_t n) {
+    return std::string(n, '-');
+}
+
+// Fixture of the end-to-end display suites: a private daemon socket, and a request to this process
+// repeated until the daemon knows it (exit code 4 before), for up to 30 s.
+class DiagFixture : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        if (ToolPath("zol_omd").empty() || ToolPath("zol_diag").empty()) {
+            GTEST_SKIP() << "tools not built or ZOL_TEST_BINARY_DIR not set";
+        }
+        sock_ = TempSocket("diag");
+        setenv(OMCC_SOCKET_ENV, sock_.c_str(), 1);
+        pid_ = std::to_string(getpid());
+    }
+    std::string Ask(const char *command, const char *type) {
+        std::string out;
+        for (int i = 0; i < 300; ++i) {
+            out.clear();
+            const int rc = om_test::Run(ToolPath("zol_diag"), {"--socket", sock_, pid_, command, type}, out);
+            if (rc != 4) {
+                EXPECT_EQ(rc, 0) << out;
+                break;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        }
+        return out;
+    }
+    std::string sock_, pid_;
+};
+
 } // namespace om_test
 
 #endif // OM_SUPPORT_H

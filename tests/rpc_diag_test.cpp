@@ -44,39 +44,14 @@ bool Shaped(const std::string &text, const std::string &pattern, bool space = fa
     return true;
 }
 
-std::string Dashes(size_t n) {
-    return std::string(n, '-');
-}
+using om_test::Dashes;
 
-class RpcDiagTest : public ::testing::Test {
+class RpcDiagTest : public om_test::DiagFixture {
   protected:
-    void SetUp() override {
-        if (om_test::ToolPath("zol_omd").empty() || om_test::ToolPath("zol_diag").empty()) {
-            GTEST_SKIP() << "tools not built or ZOL_TEST_BINARY_DIR not set";
-        }
-        sock_ = om_test::TempSocket("rpcdiag");
-        setenv(OMCC_SOCKET_ENV, sock_.c_str(), 1);
-        pid_ = std::to_string(getpid());
-    }
-    // Asks until this process is known to the daemon (exit code 4 before), for up to 30 s.
-    std::string Diag(const char *type) {
-        std::string out;
-        for (int i = 0; i < 300; ++i) {
-            out.clear();
-            const int rc =
-                om_test::Run(om_test::ToolPath("zol_diag"), {"--socket", sock_, pid_, "get-rpc-info", type}, out);
-            if (rc != 4) {
-                EXPECT_EQ(rc, 0) << out;
-                break;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        }
-        return out;
-    }
+    std::string Diag(const char *type) { return Ask("get-rpc-info", type); }
     u32 Call(u32 node, u32 dst, void **rsp, u32 *len, u32 timeout) {
         return IPC_RPC_SyncCall(kCaller, node, dst, 0, NewMsg("ping"), 4, rsp, len, timeout);
     }
-    std::string sock_, pid_;
 };
 
 const std::string kPacketHead =
