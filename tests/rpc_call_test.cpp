@@ -60,12 +60,26 @@ u32 SlowCallback(u32, u32, void *, u32, void **, u32 *) {
 }
 
 // Fails the next platform call named by the test right before the receive task answers.
+// The settings are read under the probe's lock: a call that timed out gives the test no ordering with
+// the receive task, which may still be reading them.
 u32 FaultyCallback(u32 a, u32 b, void *req, u32 len, void **rsp, u32 *rspLen) {
-    if (g_probe.reply) {
+    std::string fault;
+    u32 skip = 0;
+    bool reply = false;
+    {
+        std::lock_guard<std::mutex> guard(g_probe.lock);
+        fault = g_probe.fault, skip = g_probe.skip, reply = g_probe.reply;
+    }
+    if (reply) {
         EchoCallback(a, b, req, len, rsp, rspLen);
     }
-    PLAT_FaultInject(g_probe.fault.c_str(), g_probe.skip, 1);
+    PLAT_FaultInject(fault.c_str(), skip, 1);
     return 0;
+}
+
+void SetProbe(const char *fault, u32 skip, bool reply) {
+    std::lock_guard<std::mutex> guard(g_probe.lock);
+    g_probe.fault = fault, g_probe.skip = skip, g_probe.reply = reply;
 }
 
 QueueModule *g_queue = nullptr;
@@ -349,9 +363,9 @@ TEST_F(RpcCallTest, InjectedFailuresAreSurvivedWithNothingLeaked) {
     EXPECT_EQ(out, "re:next");
 
     // On the receive task: the empty answer cannot be allocated, then an answer cannot be sent.
-    g_probe.fault = "RUK_MemAlloc_F", g_probe.skip = 0, g_probe.reply = false;
+    SetProbe("RUK_MemAlloc_F", 0, false);
     EXPECT_EQ(Call(kFaulty, "noalloc", &out, 0, kTimeout), RUK_ERR_TIMEOUT);
-    g_probe.reply = true; // IPC's copy of the answer fails
+    SetProbe("RUK_MemAlloc_F", 0, true); // IPC's copy of the answer fails
     EXPECT_EQ(Call(kFaulty, "nosend", &out, 0, kTimeout), RUK_ERR_TIMEOUT);
     PLAT_FaultClear();
     EXPECT_EQ(Call(kEcho, "after", &out), IPC_RPC_OK);
