@@ -1,8 +1,10 @@
 // The exported headers compile as plain C (see the companion C file), agree with C++ on the layouts of
 // the records other programs embed, and the library is callable from C.
+#include "c_headers_test.h"
+
 #include <cstddef>
-#include <iterator>
 #include <gtest/gtest.h>
+#include <iterator>
 
 #include "zol_app.h"
 #include "zol_foundation.h"
@@ -14,16 +16,7 @@ extern "C" void ZolCFormat(char *pcBuf, u32 ulSize);
 
 TEST(CHeaders, CompileAsCAgreeOnLayoutsAndCallFromC) {
     size_t c[16] = {};
-    const size_t cxx[] = {sizeof(ZOL_LogPoint),
-                          sizeof(SllHead),
-                          offsetof(SllHead, count),
-                          offsetof(DllHead, reserved),
-                          sizeof(DllHead),
-                          offsetof(HashTable, buckets),
-                          sizeof(SYS_AppInfo),
-                          offsetof(SYS_AppInfo, ulTaskId),
-                          offsetof(SYS_AppInfo, pfnInit),
-                          sizeof(g_zolCommPatchRsv2)};
+    const size_t cxx[] = ZOL_TEST_LAYOUTS;
     ASSERT_EQ(ZolCLayout(c), std::size(cxx));
     for (size_t i = 0; i < std::size(cxx); ++i) {
         EXPECT_EQ(c[i], cxx[i]) << "layout value " << i;

@@ -4,20 +4,13 @@
 
 #include "zol_all_headers.h"
 
+#include "c_headers_test.h"
+
 size_t ZolCLayout(size_t *pulValues);
 void ZolCFormat(char *pcBuf, u32 ulSize);
 
 size_t ZolCLayout(size_t *pulValues) {
-    const size_t aulLayout[] = {sizeof(ZOL_LogPoint),
-                                sizeof(SllHead),
-                                offsetof(SllHead, count),
-                                offsetof(DllHead, reserved),
-                                sizeof(DllHead),
-                                offsetof(HashTable, buckets),
-                                sizeof(SYS_AppInfo),
-                                offsetof(SYS_AppInfo, ulTaskId),
-                                offsetof(SYS_AppInfo, pfnInit),
-                                ZOL_PATCH_RSV2_SIZE};
+    const size_t aulLayout[] = ZOL_TEST_LAYOUTS;
     size_t i;
     for (i = 0; i < sizeof(aulLayout) / sizeof(aulLayout[0]); ++i) {
         pulValues[i] = aulLayout[i];
