@@ -296,32 +296,4 @@ TEST_F(IpcMsgTest, NodeThatCannotBeUnlinkedIsCountedAndKept) {
     EXPECT_TRUE(Walk().empty());
 }
 
-// The use contexts exist for: a waiter blocks on the context's semaphore, another task finds the context in
-// the pending list by its sequence word, leaves the answer and posts.
-TEST_F(IpcMsgTest, ContextSemaphoreOrdersAnswerBetweenTasks) {
-    int answers[50];
-    for (u32 seq = 0; seq < 50; ++seq) {
-        IPC_MSG_CTX_S *ctx = IPC_ProcCreateCtx(1, nullptr, 0, &list_, 1);
-        ASSERT_NE(ctx, nullptr);
-        ctx->ulSeqOrLen = seq;
-        std::thread receiver([&, seq] {
-            for (IPC_MSG_LIST_NODE_S *n = list_.stHead.pNext; n != &list_.stHead; n = n->pNext) {
-                auto *found = static_cast<IPC_MSG_CTX_S *>(n->pData);
-                if (found->ulMagic == IPC_MSG_CTX_MAGIC && found->ulSeqOrLen == seq) {
-                    found->pMsg = &answers[seq];
-                    found->ulSeqOrLen = 100 + seq;
-                    EXPECT_EQ(RUK_Sm_V(found->ulSemId), RUK_OK);
-                }
-            }
-        });
-        EXPECT_EQ(RUK_Sm_P(ctx->ulSemId, RUK_WAIT, 10000), RUK_OK);
-        EXPECT_EQ(ctx->pMsg, &answers[seq]);
-        EXPECT_EQ(ctx->ulSeqOrLen, 100 + seq);
-        receiver.join();
-        IPC_RemoveMsgCtx(&list_, ctx);
-        IPC_DeleteMsgCtx(ctx, 1);
-    }
-    EXPECT_TRUE(Walk().empty());
-}
-
 } // namespace

@@ -115,8 +115,6 @@ TEST(IpcNodeTest, SmallCallsOnTheOwnNode) {
     EXPECT_EQ(IPC_GetSelfNodeId(), kSelf);
     EXPECT_EQ(IPC_ConnectDstNode(kSelf), IPC_OK);
     EXPECT_EQ(IPC_ConnectDstNode(kOtherNode), IPC_ERR_UNREACHABLE);
-    EXPECT_EQ(IPC_GetConnectStatus(kSelf), 0u);
-    EXPECT_EQ(IPC_GetConnectStatus(kOtherNode), 0u);
     EXPECT_EQ(IPC_AllowSndDataMaxLen(kSelf), 8383488u);
     EXPECT_EQ(IPC_AllowSndDataMaxLen(kOtherNode), IPC_ERR_NOT_INIT);
     EXPECT_EQ(IPC_AllowSndDataMaxLen(0xFF003), IPC_ERR_PARAM);
@@ -135,8 +133,6 @@ TEST(IpcNodeTest, SmallCallsOnTheOwnNode) {
     EXPECT_EQ(IPC_GetUpNodeByProcess(24, &out1, &out2), 1u);
     EXPECT_EQ(IPC_GetUpNodeByProcess(1, nullptr, &out2), 1u);
     EXPECT_EQ(IPC_GetUpNodeByProcess(1, &out1, nullptr), 1u);
-    EXPECT_EQ(IPC_JoinGroup(1, 2), IPC_OK);
-    EXPECT_EQ(IPC_LeaveGroup(1, 2), IPC_OK);
 
     EXPECT_EQ(IPC_SetAckMsgQueLen(0), 1u);
     EXPECT_EQ(IPC_SetAckMsgQueLen(5001), 1u);
@@ -333,20 +329,6 @@ TEST_F(IpcSendTest, InjectedFailuresAreCountedAndLeakNothing) {
     EXPECT_EQ(Chan(13).ulLocalRecvNum, 1u);
     EXPECT_EQ(Chan(14).ulLocalSendNum, 0u);
     EXPECT_EQ(Chan(14).ulSendFailNum, 0u);
-
-    // A full queue behaves like a refused write.
-    const u64 filler[4] = {0, 0, 0, 0};
-    for (u32 i = 0; i < 4; i++) {
-        ASSERT_EQ(RUK_Que_Write(dstQue, filler, RUK_NOWAIT, 0), RUK_OK);
-    }
-    g_seen.clear();
-    EXPECT_EQ(IPC_Send(12, kSelf, 13, 0, NewMsg(kLen, 4), kLen), IPC_OK);
-    EXPECT_EQ(IpcErrStatCount(IPC_NOTIFY_QUE_FAIL), queFail + 3);
-    EXPECT_EQ(g_seen.size(), 1u);
-    for (u32 i = 0; i < 4; i++) {
-        ASSERT_EQ(Take(dstQue), RUK_OK);
-        EXPECT_EQ(rec_[1], 0u);
-    }
 }
 
 std::atomic<u32> g_pollResult{0xFFFFFFFFu};
