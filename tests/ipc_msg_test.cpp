@@ -124,7 +124,7 @@ TEST_F(IpcMsgTest, RepeatedAndUnknownReleasesAreCountedAndLoggedOncePerInterval)
     void *msg = IPC_AllocMsg_X(16, IPC_MOD_ID, "Repeated", __LINE__);
     ASSERT_NE(msg, nullptr);
     IPC_FreeMsg(msg);
-    IPC_FreeMsg(msg); // the header is not read: the block is known to be released
+    IPC_FreeMsg(msg); // refused: the block is known to be released
     IPC_FreeMsg(msg);
     EXPECT_EQ(IpcErrStatCount(zol::ipc::IPC_REPEATED_RELEASE_ERR), repeated + 2);
     EXPECT_EQ(Live(), startBlocks) << "the partition saw exactly one release";
