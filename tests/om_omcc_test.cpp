@@ -19,18 +19,8 @@
 
 namespace {
 
-const std::string kProc = "/korvex-diagnose:diagnose/korvex-diagnose-zol:zol/processes/process[process-id=%u]";
-
-std::string ProcPath(u32 pid) {
-    char buf[160];
-    std::snprintf(buf, sizeof buf, kProc.c_str(), pid);
-    return buf;
-}
-
-std::string JsonDoc(u32 pid, const std::string &body) {
-    return "{\"korvex-diagnose:diagnose\":{\"korvex-diagnose-zol:zol\":{\"processes\":{\"process\":[{\"process-id\":" +
-           std::to_string(pid) + body + "}]}}}}";
-}
+using om_test::ProcPath;
+const auto JsonDoc = om_test::Doc;
 
 std::string XmlDoc(u32 pid, const std::string &body) {
     return "<diagnose xmlns=\"urn:korvex:yang:korvex-diagnose\"><zol xmlns=\"urn:korvex:yang:korvex-diagnose-zol\">"

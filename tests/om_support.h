@@ -150,10 +150,25 @@ inline std::string Dashes(size_t n) {
     return std::string(n, '-');
 }
 
-// Fixture of the end-to-end display suites: a private daemon socket, and a request to this process
-// repeated until the daemon knows it (exit code 4 before), for up to 30 s.
+// A JSON request document with one process entry; body adds members after its "process-id".
+inline std::string Doc(u32 pid, const std::string &body) {
+    return "{\"korvex-diagnose:diagnose\":{\"korvex-diagnose-zol:zol\":{\"processes\":{\"process\":[{\"process-id\":" +
+           std::to_string(pid) + body + "}]}}}}";
+}
+
+// The absolute path of a process entry, as subscriptions and lookups name it.
+inline std::string ProcPath(u32 pid) {
+    return "/korvex-diagnose:diagnose/korvex-diagnose-zol:zol/processes/process[process-id=" + std::to_string(pid) +
+           "]";
+}
+
+// Fixture of the end-to-end suites: a private daemon socket named in the environment, and zol_diag runs.
 class DiagFixture : public ::testing::Test {
   protected:
+    struct Result {
+        int rc = -1;
+        std::string out;
+    };
     void SetUp() override {
         if (ToolPath("zol_omd").empty() || ToolPath("zol_diag").empty()) {
             GTEST_SKIP() << "tools not built or ZOL_TEST_BINARY_DIR not set";
@@ -162,18 +177,26 @@ class DiagFixture : public ::testing::Test {
         setenv(OMCC_SOCKET_ENV, sock_.c_str(), 1);
         pid_ = std::to_string(getpid());
     }
-    std::string Ask(const char *command, const char *type) {
-        std::string out;
-        for (int i = 0; i < 300; ++i) {
-            out.clear();
-            const int rc = om_test::Run(ToolPath("zol_diag"), {"--socket", sock_, pid_, command, type}, out);
-            if (rc != 4) {
-                EXPECT_EQ(rc, 0) << out;
-                break;
-            }
+    Result RunDiag(std::vector<std::string> args) {
+        args.insert(args.begin(), {"--socket", sock_});
+        Result r;
+        r.rc = om_test::Run(ToolPath("zol_diag"), args, r.out);
+        return r;
+    }
+    // Repeated until the daemon knows the process (exit code 4 before), for up to 30 s.
+    Result RunDiagConnected(const std::vector<std::string> &args) {
+        Result r = RunDiag(args);
+        for (int i = 0; i < 300 && r.rc == 4; ++i) {
             std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            r = RunDiag(args);
         }
-        return out;
+        return r;
+    }
+    // A request to this process that must succeed; its output.
+    std::string Ask(const char *command, const char *type) {
+        Result r = RunDiagConnected({pid_, command, type});
+        EXPECT_EQ(r.rc, 0) << r.out;
+        return r.out;
     }
     std::string sock_, pid_;
 };
