@@ -45,9 +45,8 @@ class OmCmd : public zol::test::LeakCheckedTest {
     }
     // Sends one request; its terminal text, and the handler's result in result_.
     std::string Ask(const std::string &doc) {
-        std::string text, frame;
-        plat::omcc::AppendFrame(frame, OMCC_FRAME_REQUEST, ++id_, 0, doc.data(), doc.size());
-        fw_.SendRaw(frame);
+        std::string text;
+        fw_.SendRaw(om_test::FrameOf(OMCC_FRAME_REQUEST, ++id_, 0, doc));
         EXPECT_EQ(omcc_run(client_, 0), 1);
         plat::omcc::Frame f;
         for (f = fw_.Next(); f.usType == OMCC_FRAME_OUTPUT; f = fw_.Next()) {

@@ -132,18 +132,10 @@ TEST_F(OmDaemon, TimesOutAndReportsAMissingDaemon) {
 TEST_F(OmDaemon, SurvivesHostilePeers) {
     om_test::Daemon daemon(sock_);
     ASSERT_TRUE(daemon.Up());
-    std::mt19937 rng(11);
-    std::string random(64 * 1024, '\0');
-    for (char &c : random) {
-        c = static_cast<char>(rng());
-    }
-    std::string hello;
-    plat::omcc::AppendFrame(hello, OMCC_FRAME_HELLO, 0, 1, "x", 1);
-    const std::string huge = std::string("\xff\xff\xff\xff\x00\x03\x00\x00", 8) + std::string(8, '\0');
-    std::string truncatedRequest;
-    plat::omcc::AppendFrame(truncatedRequest, OMCC_FRAME_REQUEST, 1, 0, "{}", 2);
-    truncatedRequest.resize(truncatedRequest.size() - 1);
-    for (const std::string &bytes : {random, huge, hello + huge, truncatedRequest, hello.substr(0, 5)}) {
+    const std::string hello = om_test::FrameOf(OMCC_FRAME_HELLO, 0, 1, "x"), huge = om_test::kHugeFrame;
+    const std::string truncated = om_test::FrameOf(OMCC_FRAME_REQUEST, 1, 0, "{}").substr(0, 17);
+    for (const std::string &bytes :
+         {om_test::RandomBytes(64 * 1024, 11), huge, hello + huge, truncated, hello.substr(0, 5)}) {
         int fd = plat::omcc::ConnectUnix(sock_.c_str());
         ASSERT_GE(fd, 0);
         plat::omcc::WriteAll(fd, bytes);
@@ -154,9 +146,7 @@ TEST_F(OmDaemon, SurvivesHostilePeers) {
         Server server;
         ASSERT_TRUE(server.Up());
         int fd = plat::omcc::ConnectUnix(sock_.c_str());
-        std::string req;
-        plat::omcc::AppendFrame(req, OMCC_FRAME_REQUEST, 5, static_cast<u32>(getpid()), "{}", 2);
-        plat::omcc::WriteAll(fd, req);
+        plat::omcc::WriteAll(fd, om_test::FrameOf(OMCC_FRAME_REQUEST, 5, static_cast<u32>(getpid()), "{}"));
         close(fd);
     }
     Server server;

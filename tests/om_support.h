@@ -10,6 +10,7 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <random>
 #include <spawn.h>
 #include <string>
 #include <sys/socket.h>
@@ -65,6 +66,24 @@ inline std::string ReadFile(const std::string &path) {
 inline std::string TempSocket(const char *pcTag) {
     return "/tmp/zol_om_test_" + std::to_string(getpid()) + "_" + pcTag + ".sock";
 }
+
+// One frame of the protocol as bytes.
+inline std::string FrameOf(u16 usType, u32 ulId, u32 ulArg, const std::string &payload) {
+    std::string out;
+    plat::omcc::AppendFrame(out, usType, ulId, ulArg, payload.data(), payload.size());
+    return out;
+}
+
+// Input no peer may be hurt by: n random bytes, and a frame header announcing a 4 GiB payload.
+inline std::string RandomBytes(size_t n, unsigned seed) {
+    std::mt19937 rng(seed);
+    std::string out(n, '\0');
+    for (char &c : out) {
+        c = static_cast<char>(rng());
+    }
+    return out;
+}
+inline const std::string kHugeFrame = std::string("\xff\xff\xff\xff\x00\x03\x00\x00", 8) + std::string(8, '\0');
 
 // zol_omd on its own socket, up once it accepts connections; stopped (SIGTERM) when the object goes away.
 class Daemon {
