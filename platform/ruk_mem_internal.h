@@ -94,15 +94,43 @@ inline u32 BlockCapacity(const BlockHeader *pstBlock) {
 
 // ---- Slabs, central free lists and large blocks (ruk_mem_pool.cpp) ----
 
-// What a pointer check needs of a slab: its class's stride and the reciprocal that tests for a
-// multiple of it without a division. q = x * ceil(2^40 / d) >> 40 equals x / d exactly for x < 2^20 and
-// d <= 2^17, since the rounding error stays below 2^-20.
+// What a pointer check needs of a slab: whether an offset x is a multiple of the class's stride
+// s = 2^shift * d (d odd) is one multiplication: x * d^-1 mod 2^32, rotated right by shift, is at most
+// (2^32 - 1) / s exactly for the multiples of s (the exact-division test compilers use for x % s == 0).
 struct SlabInfo {
-    u64 reciprocal;
-    u32 stride;
+    u32 inverse; // d^-1 modulo 2^32
+    u32 limit;   // (2^32 - 1) / s
+    u32 shift;
     u32 cls;
 };
-static_assert(kSlabShift <= 20 && Stride(kClassCount - 1) <= (1u << 17), "reciprocals must be exact");
+
+constexpr SlabInfo SlabInfoFor(u32 cls) {
+    u32 shift = static_cast<u32>(__builtin_ctz(Stride(cls)));
+    u32 odd = Stride(cls) >> shift;
+    u32 inverse = odd; // Newton's iteration doubles the correct low bits: 3 -> 6 -> 12 -> 24 -> 48
+    for (int i = 0; i < 4; ++i) {
+        inverse *= 2u - odd * inverse;
+    }
+    return SlabInfo{inverse, 0xFFFFFFFFu / Stride(cls), shift, cls};
+}
+
+constexpr bool IsMultipleOf(u32 x, const SlabInfo &info) {
+    u32 q = x * info.inverse;
+    return ((q >> info.shift) | (q << ((32u - info.shift) & 31u))) <= info.limit;
+}
+
+constexpr bool SlabInfosHold() {
+    for (u32 cls = 0; cls < kClassCount; ++cls) {
+        SlabInfo info = SlabInfoFor(cls);
+        u32 s = Stride(cls);
+        if ((s >> info.shift) * info.inverse != 1u || !IsMultipleOf(s, info) || IsMultipleOf(s - 16, info) ||
+            IsMultipleOf(s + 16, info) || !IsMultipleOf(s * 7, info) || IsMultipleOf(s * 7 + 32, info)) {
+            return false;
+        }
+    }
+    return true;
+}
+static_assert(SlabInfosHold(), "the exact-division test must hold for every class");
 
 // One reserved address range, committed a slab at a time and never unmapped, so the header of a freed
 // block stays readable and a double free is recognised by its magic; a pointer is validated by
@@ -123,7 +151,7 @@ class Arena {
         }
         const SlabInfo &info = slabInfo_[slab];
         u32 at = static_cast<u32>(offset & (kSlabBytes - 1)) - static_cast<u32>(sizeof(BlockHeader));
-        if (PLAT_UNLIKELY(at >= kSlabBytes) || PLAT_UNLIKELY(((at * info.reciprocal) >> 40) * info.stride != at)) {
+        if (PLAT_UNLIKELY(at >= kSlabBytes) || PLAT_UNLIKELY(!IsMultipleOf(at, info))) {
             return nullptr; // the payload of a block cannot start in the first header's place
         }
         return static_cast<BlockHeader *>(const_cast<void *>(p)) - 1;

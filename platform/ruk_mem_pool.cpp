@@ -64,9 +64,7 @@ char *Arena::NewSlab(u16 cls) {
     if (mprotect(slab, kSlabBytes, PROT_READ | PROT_WRITE) != 0) {
         return nullptr;
     }
-    slabInfo_[index].reciprocal = ((u64{1} << 40) + Stride(cls) - 1) / Stride(cls);
-    slabInfo_[index].stride = Stride(cls);
-    slabInfo_[index].cls = cls;
+    slabInfo_[index] = SlabInfoFor(cls);
     slabs_.store(index + 1, std::memory_order_release); // publishes base_ and slabInfo_[index]
     return slab;
 }

@@ -3,6 +3,8 @@
 #ifndef ZOL_MBUF_INTERNAL_H
 #define ZOL_MBUF_INTERNAL_H
 
+#include "foundation/foundation_internal.h"
+
 #include <cassert>
 
 #include "zol_mbuf.h"
@@ -26,11 +28,21 @@ constexpr u32 kMaxDescriptorBytes = 0xFFFF; // what a 16-bit dataLength can hold
 constexpr u32 kControlWordA = 0xFFFFFFFFu;
 constexpr u32 kControlWordB = 255;
 
-// Raw allocations of the three kinds; null on failure, nothing logged.
-MBUF *AllocHeader(u32 moduleId, u32 line);
-DataBlockDescriptor *AllocDescriptorRecord(u32 moduleId, u32 line);
-u8 *AllocBlock(u32 size, u32 moduleId, u32 line);
-void Release(void *p, u32 line);
+// Raw allocations of the three kinds; null on failure, nothing logged. Inline: creation and destruction
+// of a buffer are little more than these.
+inline MBUF *AllocHeader(u32 moduleId, u32 line) {
+    return static_cast<MBUF *>(ZOL_MemAlloc(moduleId | kOwnerHeader, sizeof(MBUF), kFileTag, line));
+}
+inline DataBlockDescriptor *AllocDescriptorRecord(u32 moduleId, u32 line) {
+    return static_cast<DataBlockDescriptor *>(
+        ZOL_MemAlloc(moduleId | kOwnerDescriptor, sizeof(DataBlockDescriptor), kFileTag, line));
+}
+inline u8 *AllocBlock(u32 size, u32 moduleId, u32 line) {
+    return static_cast<u8 *>(ZOL_MemAlloc(moduleId | kOwnerBlock, size, kFileTag, line));
+}
+inline void Release(void *p, u32 line) {
+    (void)ZOL_MemFree(p, kFileTag, line);
+}
 
 // A standalone descriptor with a fresh block of blockSize bytes; data and dataLength are left to the
 // caller. Null on failure with nothing allocated. Logs nothing.
