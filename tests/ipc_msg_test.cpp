@@ -1,44 +1,55 @@
-// IPC messages: the 40-byte header at its offsets, byte order, the ownership mark through the lifecycle,
-// refused releases counted and logged, attached contexts, and the exported names.
-#include "ipc/ipc_byteorder.h"
+// IPC messages and contexts: the 40-byte header at its offsets, the ownership mark through the lifecycle,
+// refused releases counted and logged, send status, and contexts in pending lists with and without semaphores.
 #include "ipc/ipc_internal.h"
 
-#include <array>
 #include <chrono>
-#include <cstdlib>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "zol_ipc.h"
 
+#include "ruk_sem.h"
 #include "standin_ctl.h"
 
 #include "imagent_reader.h"
 #include "leak_check.h"
 
-extern "C" int IpcCHeaderRoundTrip(void); // ipc_msg_test_c_header.c
-
 namespace {
 
 using zol::ipc::IpcErrStatCount;
 using zol::test::ImAgentCapture;
+using zol::test::kImFirstText;
 
-constexpr u32 kLogIdIpcMsgErr = 0x0EA7100F;
-constexpr u32 kLogIdIpcRpcProcessErr = 0x0EA7100D;
-
-class IpcMsgTest : public zol::test::LeakCheckedTest {};
-
-std::array<u8, IPC_MSG_HEAD_LEN> HeadBytes(void *pMsg) {
-    std::array<u8, IPC_MSG_HEAD_LEN> bytes{};
-    std::memcpy(bytes.data(), static_cast<u8 *>(pMsg) - IPC_MSG_HEAD_LEN, bytes.size());
-    return bytes;
-}
-
-u8 *Head(void *pMsg) {
-    return static_cast<u8 *>(pMsg) - IPC_MSG_HEAD_LEN;
-}
+class IpcMsgTest : public zol::test::LeakCheckedTest {
+  protected:
+    void SetUp() override {
+        LeakCheckedTest::SetUp();
+        zol::ipc::IpcInitMsgList(&list_);
+    }
+    static u8 *Head(void *msg) { return static_cast<u8 *>(msg) - IPC_MSG_HEAD_LEN; }
+    static std::vector<u8> HeadBytes(void *msg) { return {Head(msg), Head(msg) + IPC_MSG_HEAD_LEN}; }
+    u64 Live(bool bytes = false) {
+        u64 blocks = 0, size = 0;
+        PLAT_MemStats(handle_, &blocks, &size);
+        return bytes ? size : blocks;
+    }
+    // The elements met by a walk from the head, checking the circular links, the tail and the count.
+    std::vector<void *> Walk() {
+        std::vector<void *> found;
+        IPC_MSG_LIST_NODE_S *last = &list_.stHead;
+        for (IPC_MSG_LIST_NODE_S *n = list_.stHead.pNext; n != &list_.stHead; n = n->pNext) {
+            found.push_back(n->pData);
+            last = n;
+        }
+        EXPECT_EQ(list_.pTail, last);
+        EXPECT_EQ(list_.ulCount, found.size());
+        return found;
+    }
+    IPC_MSG_LIST_S list_;
+};
 
 template <typename T>
 T Read(const u8 *p) {
@@ -47,21 +58,13 @@ T Read(const u8 *p) {
     return v;
 }
 
-u64 LiveBytes() {
-    u64 bytes = 0;
-    PLAT_MemStats(ZOL_GetMemHandle(), nullptr, &bytes);
-    return bytes;
-}
-
 TEST_F(IpcMsgTest, FreshHeaderAndAccessorsAtTheirOffsets) {
     void *msg = IPC_AllocMsg_X(100, IPC_MOD_ID, "FreshHeader", __LINE__);
     ASSERT_NE(msg, nullptr);
-    auto fresh = HeadBytes(msg);
+    const std::vector<u8> fresh = HeadBytes(msg);
     for (u32 i = 0; i < IPC_MSG_HEAD_LEN; ++i) {
-        u8 expected = (i == 16 || i == 29) ? 1 : 0; // ucMemFlag = IPC_MEM_USED, ucCtxFlag = 1
-        EXPECT_EQ(fresh[i], expected) << "header byte " << i;
+        EXPECT_EQ(fresh[i], (i == 16 || i == 29) ? 1 : 0) << "byte " << i; // ucMemFlag IPC_MEM_USED, ucCtxFlag 1
     }
-
     IPC_SetSrcAndDstNodeId(msg, 0x00017001u, 0x00023002u);
     IPC_SetSrcAndDstChannelId(msg, 3, 47);
     const u8 *head = Head(msg);
@@ -81,38 +84,14 @@ TEST_F(IpcMsgTest, FreshHeaderAndAccessorsAtTheirOffsets) {
     IPC_SetSrcAndDstChannelId(nullptr, 1, 2);
     IPC_FreeMsg(nullptr);
     IPC_FreeMsg(msg);
-}
 
-TEST_F(IpcMsgTest, RoutingFieldsGoBigEndianOnTheWireAndBack) {
-    void *msg = IPC_AllocMsg_X(8, IPC_MOD_ID, "ByteOrder", __LINE__);
-    ASSERT_NE(msg, nullptr);
-    auto *head = reinterpret_cast<IPC_MSG_HEAD_S *>(Head(msg));
-    const zol::ipc::IpcRouting routing{0x01020304u, 0x0A0B0C0Du, 0x1122, 0x3344, 0x00010203u};
-    zol::ipc::StoreRoutingNet(head, routing);
-    const u8 *b = Head(msg);
-    const u8 expected[16] = {0x01, 0x02, 0x03, 0x04, 0x0A, 0x0B, 0x0C, 0x0D,
-                             0x11, 0x22, 0x33, 0x44, 0x00, 0x01, 0x02, 0x03};
-    EXPECT_EQ(std::memcmp(b, expected, sizeof expected), 0);
-    EXPECT_EQ(b[16], IPC_MEM_USED) << "single-byte fields have no byte order";
-
-    zol::ipc::StoreRoutingHost(head, zol::ipc::LoadRoutingNet(head));
-    EXPECT_EQ(IPC_GetSrcNodeId(msg), 0x01020304u);
-    EXPECT_EQ(IPC_GetDstNodeId(msg), 0x0A0B0C0Du);
-    EXPECT_EQ(IPC_GetSrcChanId(msg), 0x1122u);
-    EXPECT_EQ(IPC_GetDstChanId(msg), 0x3344u);
-    EXPECT_EQ(Read<u32>(b + 12), 0x00010203u) << "stored back in host order";
-    IPC_FreeMsg(msg);
-}
-
-TEST_F(IpcMsgTest, AllocationBoundsAndFailure) {
     EXPECT_EQ(IPC_AllocMsg_X(0, IPC_MOD_ID, "Bounds", __LINE__), nullptr);
     EXPECT_EQ(IPC_AllocMsg_X(IPC_MAX_MSG_LEN + 1, IPC_MOD_ID, "Bounds", __LINE__), nullptr);
-    const u64 before = LiveBytes();
+    const u64 before = Live(true);
     void *largest = IPC_AllocMsg_X(IPC_MAX_MSG_LEN, IPC_MOD_ID, "Bounds", __LINE__);
     ASSERT_NE(largest, nullptr);
-    EXPECT_EQ(LiveBytes() - before, 65536u) << "header and payload in one 64 KiB block";
+    EXPECT_EQ(Live(true) - before, 65536u) << "header and payload in one 64 KiB block";
     IPC_FreeMsg(largest);
-
     ASSERT_EQ(PLAT_FaultInject("RUK_MemAlloc_F", 0, 1), 0u);
     EXPECT_EQ(IPC_AllocMsg_X(64, IPC_MOD_ID, "Bounds", __LINE__), nullptr);
 }
@@ -123,44 +102,36 @@ TEST_F(IpcMsgTest, ReleaseDuringSendingIsCountedAndLeavesTheMessageAlone) {
     ASSERT_NE(msg, nullptr);
     IPC_SetSrcAndDstNodeId(msg, 5, 6);
     Head(msg)[16] = IPC_MEM_SENDING; // what the send does while it owns the message
-    const auto snapshot = HeadBytes(msg);
+    const std::vector<u8> snapshot = HeadBytes(msg);
     const u32 before = IpcErrStatCount(zol::ipc::IPC_SEND_RELEASE_ERR);
-    u64 liveBlocks = 0, blocksAfter = 0;
-    PLAT_MemStats(ZOL_GetMemHandle(), &liveBlocks, nullptr);
-
+    const u64 blocks = Live();
     IPC_FreeMsg(msg);
-
     EXPECT_EQ(IpcErrStatCount(zol::ipc::IPC_SEND_RELEASE_ERR), before + 1);
     EXPECT_EQ(HeadBytes(msg), snapshot) << "the header is untouched";
-    PLAT_MemStats(ZOL_GetMemHandle(), &blocksAfter, nullptr);
-    EXPECT_EQ(blocksAfter, liveBlocks) << "nothing released";
+    EXPECT_EQ(Live(), blocks) << "nothing released";
     EXPECT_TRUE(agent.WithTag("IPC_FM").empty()) << "a release during sending is not logged";
 
     Head(msg)[16] = IPC_MEM_USED; // the send hands it back
     IPC_FreeMsg(msg);
-    EXPECT_EQ(zol::ipc::IpcReadMemFlag(reinterpret_cast<IPC_MSG_HEAD_S *>(Head(msg))), IPC_MEM_FREED);
+    EXPECT_EQ(zol::ipc::IpcReadMemFlag(zol::ipc::MsgHead(msg)), IPC_MEM_FREED);
 }
 
 // One test for both logged refusals: they share the tag "IPC_FM" and therefore one filter record.
 TEST_F(IpcMsgTest, RepeatedAndUnknownReleasesAreCountedAndLoggedOncePerInterval) {
     ImAgentCapture agent;
     const u32 repeated = IpcErrStatCount(zol::ipc::IPC_REPEATED_RELEASE_ERR);
-    u64 startBlocks = 0, blocks = 0;
-    PLAT_MemStats(ZOL_GetMemHandle(), &startBlocks, nullptr);
-
+    const u64 startBlocks = Live();
     void *msg = IPC_AllocMsg_X(16, IPC_MOD_ID, "Repeated", __LINE__);
     ASSERT_NE(msg, nullptr);
     IPC_FreeMsg(msg);
-    IPC_FreeMsg(msg); // the header is not read: the block is known to be released
+    IPC_FreeMsg(msg); // refused: the block is known to be released
     IPC_FreeMsg(msg);
     EXPECT_EQ(IpcErrStatCount(zol::ipc::IPC_REPEATED_RELEASE_ERR), repeated + 2);
-    PLAT_MemStats(ZOL_GetMemHandle(), &blocks, nullptr);
-    EXPECT_EQ(blocks, startBlocks) << "the partition saw exactly one release";
-
+    EXPECT_EQ(Live(), startBlocks) << "the partition saw exactly one release";
     auto records = agent.WithTag("IPC_FM");
     ASSERT_EQ(records.size(), 1u) << "the second report within 500 ms is filtered";
-    EXPECT_EQ(records[0].logId, kLogIdIpcMsgErr);
-    EXPECT_EQ(records[0].Text(zol::test::kImFirstText + 1), "Message check fail");
+    EXPECT_EQ(records[0].logId, 0x0EA7100Fu);
+    EXPECT_EQ(records[0].Text(kImFirstText + 1), "Message check fail");
     EXPECT_NE(records[0].Formatted().find("Memory is free, stack:<CallStack>\r\n"), std::string::npos)
         << records[0].Formatted();
 
@@ -168,7 +139,7 @@ TEST_F(IpcMsgTest, RepeatedAndUnknownReleasesAreCountedAndLoggedOncePerInterval)
     void *odd = IPC_AllocMsg_X(16, IPC_MOD_ID, "Unknown", __LINE__);
     ASSERT_NE(odd, nullptr);
     Head(odd)[16] = 0x55;
-    const auto snapshot = HeadBytes(odd);
+    const std::vector<u8> snapshot = HeadBytes(odd);
     const u32 others = IpcErrStatCount(zol::ipc::IPC_OTHERS_RELEASE_ERR);
     IPC_FreeMsg(odd);
     EXPECT_EQ(IpcErrStatCount(zol::ipc::IPC_OTHERS_RELEASE_ERR), others + 1);
@@ -181,6 +152,7 @@ TEST_F(IpcMsgTest, RepeatedAndUnknownReleasesAreCountedAndLoggedOncePerInterval)
 }
 
 TEST_F(IpcMsgTest, AttachedContextGivesSendStatusAndIsReleasedWithTheMessage) {
+    ImAgentCapture agent;
     u8 status[4] = {0xEE, 0xEE, 0xEE, 0xEE};
     EXPECT_EQ(IPC_GetSendStatus(status, nullptr), IPC_ERR_PARAM);
     void *msg = IPC_AllocMsg_X(24, IPC_MOD_ID, "Ctx", __LINE__);
@@ -190,34 +162,27 @@ TEST_F(IpcMsgTest, AttachedContextGivesSendStatusAndIsReleasedWithTheMessage) {
 
     IPC_MSG_CTX_S *ctx = IPC_ProcCreateCtx(0, nullptr, 3, nullptr, 0);
     ASSERT_NE(ctx, nullptr);
-    IPC_MSG_CTX_DST_S *dst = zol::ipc::CtxDstEntries(ctx);
     for (u8 i = 0; i < 3; ++i) {
-        dst[i].ucSendStatus = static_cast<u8>(10 + i);
+        zol::ipc::CtxDstEntries(ctx)[i].ucSendStatus = static_cast<u8>(10 + i);
     }
-    auto *head = reinterpret_cast<IPC_MSG_HEAD_S *>(Head(msg));
+    IPC_MSG_HEAD_S *head = zol::ipc::MsgHead(msg);
     head->ucSendFlag = IPC_SEND_FLAG_CTX_ATTACHED | 1;
     head->ucCtxFlag = IPC_CTX_FLAG_ATTACHED;
     head->pstMsgCtx = ctx;
     EXPECT_EQ(IPC_GetSendStatus(status, msg), IPC_OK);
-    EXPECT_EQ(status[0], 10);
-    EXPECT_EQ(status[1], 11);
-    EXPECT_EQ(status[2], 12);
-    EXPECT_EQ(status[3], 0xEE) << "one byte per destination, no more";
-
+    EXPECT_EQ(std::vector<u8>(status, status + 4), (std::vector<u8>{10, 11, 12, 0xEE})) << "one byte a destination";
     IPC_FreeMsg(msg); // detaches and releases the context too; the leak check sees both blocks back
-}
 
-TEST_F(IpcMsgTest, ContextMarksWithoutPointerAreLoggedAndTheMessageStillReleased) {
-    ImAgentCapture agent;
-    void *msg = IPC_AllocMsg_X(24, IPC_MOD_ID, "CtxNull", __LINE__);
+    // The marks without a context pointer: logged, and the message is still released.
+    msg = IPC_AllocMsg_X(24, IPC_MOD_ID, "CtxNull", __LINE__);
     ASSERT_NE(msg, nullptr);
     Head(msg)[28] = IPC_SEND_FLAG_CTX_ATTACHED | 1;
     Head(msg)[29] = IPC_CTX_FLAG_ATTACHED;
     IPC_FreeMsg(msg);
-    auto records = agent.WithTag("IPC_FMCL");
+    const auto records = agent.WithTag("IPC_FMCL");
     ASSERT_EQ(records.size(), 1u);
-    EXPECT_EQ(records[0].logId, kLogIdIpcRpcProcessErr);
-    EXPECT_EQ(records[0].Text(zol::test::kImFirstText + 1), "Message check fail");
+    EXPECT_EQ(records[0].logId, 0x0EA7100Du);
+    EXPECT_EQ(records[0].Text(kImFirstText + 1), "Message check fail");
     EXPECT_EQ(records[0].Formatted(), "pstMsgCtx is zero");
 }
 
@@ -231,9 +196,104 @@ TEST(IpcErrStat, TableNamesAndBounds) {
     EXPECT_EQ(IpcErrStatCount(50), mc + 1);
 }
 
-// The exported names themselves are checked by the exports test over the whole library.
-TEST(IpcCHeader, HeaderCompilesAsCAndWorksFromC) {
-    EXPECT_EQ(IpcCHeaderRoundTrip(), 0);
+TEST_F(IpcMsgTest, ContextsCreatedFoundAndDeletedWithAndWithoutSemaphores) {
+    int marker = 0;
+    u64 before = Live(true);
+    IPC_MSG_CTX_S *first = IPC_ProcCreateCtx(1, &marker, 3, &list_, 1);
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(Live(true) - before, 64u + 16u) << "40 + 3 x 8 bytes of context and one 16-byte list node";
+    EXPECT_EQ(first->ulMagic, IPC_MSG_CTX_MAGIC);
+    EXPECT_EQ(first->pMsg, &marker);
+    EXPECT_EQ(first->usDstNum, 3u);
+    EXPECT_EQ(first->ulSeqOrLen, 0u);
+    EXPECT_EQ(zol::ipc::CtxDstEntries(first)[2].ucSendStatus, 0u) << "entries zeroed";
+    EXPECT_EQ(RUK_Sm_P(first->ulSemId, RUK_NOWAIT, 0), RUK_ERR_EMPTY) << "the semaphore starts unavailable";
+    IPC_MSG_CTX_S *second = IPC_ProcCreateCtx(1, nullptr, 0, &list_, 1);
+    IPC_MSG_CTX_S *third = IPC_ProcCreateCtx(1, nullptr, 1, &list_, 1);
+    ASSERT_TRUE(second != nullptr && third != nullptr);
+    EXPECT_NE(second->ulSemId, first->ulSemId);
+    EXPECT_EQ(Walk(), (std::vector<void *>{first, second, third}));
+
+    IPC_RemoveMsgCtx(&list_, second);
+    IPC_RemoveMsgCtx(&list_, &marker); // not in the list
+    EXPECT_EQ(Walk(), (std::vector<void *>{first, third}));
+    const u32 sem = second->ulSemId;
+    IPC_DeleteMsgCtx(second, 1);
+    EXPECT_EQ(RUK_Sm_V(sem), RUK_ERR_NOT_FOUND) << "the semaphore is deleted with its context";
+    for (IPC_MSG_CTX_S *ctx : {third, first}) {
+        IPC_RemoveMsgCtx(&list_, ctx);
+        IPC_DeleteMsgCtx(ctx, 1);
+    }
+    EXPECT_TRUE(Walk().empty());
+    IPC_RemoveMsgCtx(&list_, first); // empty list: nothing happens
+    IPC_DeleteMsgCtx(nullptr, 1);
+
+    before = Live(true);
+    IPC_MSG_CTX_S *bare = IPC_ProcCreateCtx(0, nullptr, 0, &list_, 0);
+    ASSERT_NE(bare, nullptr);
+    EXPECT_EQ(Live(true) - before, 40u);
+    EXPECT_EQ(bare->ulSemId, 0u);
+    EXPECT_TRUE(Walk().empty()) << "not inserted";
+    IPC_DeleteMsgCtx(bare, 1); // no semaphore to delete
+    // Deleting with ulWithSem 0 keeps the semaphore for whoever still waits on it.
+    IPC_MSG_CTX_S *kept = IPC_ProcCreateCtx(1, nullptr, 0, nullptr, 0);
+    ASSERT_NE(kept, nullptr);
+    const u32 keptSem = kept->ulSemId;
+    IPC_DeleteMsgCtx(kept, 0);
+    EXPECT_EQ(RUK_Sm_V(keptSem), RUK_OK);
+    EXPECT_EQ(RUK_Sm_Delete(keptSem), RUK_OK);
+}
+
+TEST_F(IpcMsgTest, FailedContextCreationLeavesNothingBehind) {
+    ImAgentCapture agent;
+    ASSERT_EQ(PLAT_FaultInject("RUK_MemAlloc_F", 0, 1), 0u);
+    EXPECT_EQ(IPC_ProcCreateCtx(1, nullptr, 2, &list_, 1), nullptr);
+    const u32 smFails = IpcErrStatCount(zol::ipc::IPC_CTX_SM_CREATE_FAIL);
+    ASSERT_EQ(PLAT_FaultInject("RUK_Sm_Create", 0, 1), 0u);
+    EXPECT_EQ(IPC_ProcCreateCtx(1, nullptr, 2, &list_, 1), nullptr);
+    EXPECT_EQ(IpcErrStatCount(zol::ipc::IPC_CTX_SM_CREATE_FAIL), smFails + 1);
+    auto records = agent.WithTag("IPC_PCC");
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_EQ(records[0].logId, 0x0EA71033u);
+    EXPECT_EQ(records[0].Text(kImFirstText + 1), "sm create unsuccess");
+    EXPECT_EQ(records[0].Formatted(), "ret:" + std::to_string(RUK_ERR_INJECTED) + ", ulSemId:0");
+
+    // The context block is allocated, the list node is not: the semaphore made meanwhile goes too.
+    const u32 insertFails = IpcErrStatCount(zol::ipc::IPC_CTX_INSERT_MSG_FAIL);
+    ASSERT_EQ(PLAT_FaultInject("RUK_MemAlloc_F", 1, 1), 0u);
+    EXPECT_EQ(IPC_ProcCreateCtx(1, nullptr, 2, &list_, 1), nullptr);
+    EXPECT_EQ(IpcErrStatCount(zol::ipc::IPC_CTX_INSERT_MSG_FAIL), insertFails + 1);
+    agent.Clear();
+    std::this_thread::sleep_for(std::chrono::milliseconds(550)); // same tag: let the filter interval pass
+    ASSERT_EQ(PLAT_FaultInject("RUK_MemAlloc_F", 1, 1), 0u);
+    EXPECT_EQ(IPC_ProcCreateCtx(0, nullptr, 2, &list_, 1), nullptr);
+    EXPECT_TRUE(Walk().empty());
+    records = agent.WithTag("IPC_PCC");
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_EQ(records[0].logId, 0x0EA7100Du);
+    EXPECT_EQ(records[0].Text(kImFirstText + 1), "Insert message fail");
+    EXPECT_NE(records[0].Formatted().find("ret:12"), std::string::npos) << records[0].Formatted();
+}
+
+TEST_F(IpcMsgTest, NodeThatCannotBeUnlinkedIsCountedAndKept) {
+    ImAgentCapture agent;
+    IPC_MSG_LIST_S other;
+    zol::ipc::IpcInitMsgList(&other);
+    int element = 0;
+    ASSERT_EQ(IPC_InsertMsgCtx(&list_, &element), IPC_OK);
+    EXPECT_EQ(IPC_InsertMsgCtx(nullptr, &element), IPC_ERR_PARAM);
+    IPC_MSG_LIST_NODE_S *node = list_.stHead.pNext;
+    const u32 fails = IpcErrStatCount(zol::ipc::IPC_REMOVE_NODE_FAIL);
+    IPC_RemoveNodeFromList(&other, node);          // not a node of that list
+    IPC_RemoveNodeFromList(&list_, &list_.stHead); // the head is never unlinked nor released
+    EXPECT_EQ(IpcErrStatCount(zol::ipc::IPC_REMOVE_NODE_FAIL), fails + 2);
+    EXPECT_EQ(Walk(), (std::vector<void *>{&element}));
+    const auto records = agent.WithTag("IPC_RNFL");
+    ASSERT_EQ(records.size(), 1u) << "filtered to one record per interval";
+    EXPECT_EQ(records[0].Text(kImFirstText + 1), "remove node unsuccess");
+    EXPECT_EQ(records[0].Formatted(), "ret=" + std::to_string(RUK_ERR_NOT_FOUND));
+    IPC_RemoveNodeFromList(&list_, node);
+    EXPECT_TRUE(Walk().empty());
 }
 
 } // namespace

@@ -9,7 +9,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <mutex>
-#include <string>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -28,13 +27,13 @@ using zol::ipc::IpcErrStatCount;
 
 constexpr auto kPatience = std::chrono::seconds(20); // a generous bound; only a broken task waits that long
 
-// What a handler saw, shared between the poll task and the test.
+// What a handler saw, shared between the poll task and the test. A held handler keeps the poll task inside
+// it until the test opens it, so that the test can make several descriptors ready for one wait.
 struct Seen {
     std::mutex lock;
     std::condition_variable changed;
-    u32 calls = 0;
-    u32 events = 0;
-    bool onPollTask = true;
+    u32 calls = 0, events = 0;
+    bool onPollTask = true, hold = false;
     IPC_EPOLL_HANDLER_S record{};
     IPC_EPOLL_HANDLER_S *recordPtr = nullptr;
 
@@ -46,6 +45,11 @@ struct Seen {
         std::lock_guard<std::mutex> guard(lock);
         return calls;
     }
+    void Open() {
+        std::lock_guard<std::mutex> guard(lock);
+        hold = false;
+        changed.notify_all();
+    }
 };
 
 Seen *g_seen[4]; // indexed by the registration's user data
@@ -56,34 +60,14 @@ u32 RecordingHandler(IPC_EPOLL_HANDLER_S *rec, u32 events) {
     u64 sink = 0;
     (void)!read(static_cast<int>(rec->ulFd), &sink, sizeof sink);
     Seen *seen = g_seen[rec->ulUserData];
-    std::lock_guard<std::mutex> guard(seen->lock);
+    std::unique_lock<std::mutex> guard(seen->lock);
     seen->calls++;
     seen->events = events;
     seen->onPollTask = seen->onPollTask && task != nullptr && std::strcmp(task, "IPCP") == 0;
     seen->record = *rec;
     seen->recordPtr = rec;
     seen->changed.notify_all();
-    return 0;
-}
-
-// Holds the poll task inside a handler until the test opens the gate, so that the test can make several
-// descriptors ready before the next wait returns them together.
-struct Gate {
-    std::mutex lock;
-    std::condition_variable changed;
-    bool entered = false;
-    bool open = false;
-    IPC_EPOLL_HANDLER_S *rec = nullptr;
-} g_gate;
-
-u32 GateHandler(IPC_EPOLL_HANDLER_S *rec, u32) {
-    u64 sink = 0;
-    (void)!read(static_cast<int>(rec->ulFd), &sink, sizeof sink);
-    std::unique_lock<std::mutex> guard(g_gate.lock);
-    g_gate.rec = rec;
-    g_gate.entered = true;
-    g_gate.changed.notify_all();
-    g_gate.changed.wait_for(guard, kPatience, [] { return g_gate.open; });
+    seen->changed.wait_for(guard, kPatience, [seen] { return !seen->hold; });
     return 0;
 }
 
@@ -108,7 +92,6 @@ TEST_F(IpcPollTest, CreationFailuresGive22And33) {
     ASSERT_EQ(PLAT_FaultInject("MESH_EpollCreate", 0, 1), 0u);
     EXPECT_EQ(IPC_PollTaskCreate(), IPC_ERR_NO_POLL_SET);
     EXPECT_EQ(zol::ipc::g_iIpcEpollFd.load(), -1);
-
     ASSERT_EQ(PLAT_FaultInject("RUK_TaskCreate", 0, 1), 0u);
     EXPECT_EQ(IPC_PollTaskCreate(), IPC_ERR_NO_POLL_TASK);
     EXPECT_EQ(zol::ipc::g_iIpcEpollFd.load(), -1) << "the poll set is closed again";
@@ -138,20 +121,19 @@ TEST_F(IpcPollTest, HandlerRunsOnPollTaskWithItsRecordUntilTheWatchEnds) {
     ASSERT_GE(efd, 0);
     ASSERT_EQ(IPC_EpollAddFd(static_cast<u32>(fds[0]), 1, RecordingHandler, MESH_EPOLLIN), IPC_OK);
     ASSERT_EQ(IPC_EpollAddFd(static_cast<u32>(efd), 2, RecordingHandler, MESH_EPOLLIN), IPC_OK);
-
     ASSERT_EQ(write(fds[1], "x", 1), 1);
     ASSERT_TRUE(pipeSeen.WaitCalls(1));
     {
         std::lock_guard<std::mutex> guard(pipeSeen.lock);
+        const IPC_EPOLL_HANDLER_S &rec = pipeSeen.record;
         EXPECT_TRUE(pipeSeen.onPollTask);
         EXPECT_TRUE(pipeSeen.events & MESH_EPOLLIN);
-        EXPECT_EQ(pipeSeen.record.ulMagic, IPC_EPOLL_MAGIC);
-        EXPECT_EQ(pipeSeen.record.ulUserData, 1u);
-        EXPECT_EQ(pipeSeen.record.ulFd, static_cast<u32>(fds[0]));
-        EXPECT_EQ(pipeSeen.record.ulEvents, MESH_EPOLLIN);
-        EXPECT_EQ(pipeSeen.record.pfHandler, &RecordingHandler);
+        EXPECT_EQ(rec.ulMagic, IPC_EPOLL_MAGIC);
+        EXPECT_EQ(rec.ulUserData, 1u);
+        EXPECT_EQ(rec.ulFd, static_cast<u32>(fds[0]));
+        EXPECT_EQ(rec.ulEvents, MESH_EPOLLIN);
+        EXPECT_EQ(rec.pfHandler, &RecordingHandler);
     }
-
     // After the watch ends the pipe may be readable for ever without a call: a later event on another
     // descriptor is reported in the same or a later wait, so once it arrived the pipe would have too.
     IPC_EpollDelFd(static_cast<u32>(fds[0]));
@@ -172,48 +154,41 @@ TEST_F(IpcPollTest, HandlerRunsOnPollTaskWithItsRecordUntilTheWatchEnds) {
 TEST_F(IpcPollTest, RegistrationWithoutHandlerIsRemovedClosedAndCounted) {
     EnsurePollTask();
     zol::test::ImAgentCapture agent;
-    Seen afterSeen;
+    Seen gateSeen, afterSeen;
+    gateSeen.hold = true;
+    g_seen[0] = &gateSeen;
     g_seen[3] = &afterSeen;
-    const int gate = eventfd(0, EFD_NONBLOCK);
-    const int after = eventfd(0, EFD_NONBLOCK);
+    const int gate = eventfd(0, EFD_NONBLOCK), after = eventfd(0, EFD_NONBLOCK);
     int fds[2];
     ASSERT_EQ(pipe(fds), 0);
-    ASSERT_GE(gate, 0);
-    ASSERT_GE(after, 0);
-    ASSERT_EQ(IPC_EpollAddFd(static_cast<u32>(gate), 0, GateHandler, MESH_EPOLLIN), IPC_OK);
+    ASSERT_TRUE(gate >= 0 && after >= 0);
+    ASSERT_EQ(IPC_EpollAddFd(static_cast<u32>(gate), 0, RecordingHandler, MESH_EPOLLIN), IPC_OK);
     ASSERT_EQ(IPC_EpollAddFd(static_cast<u32>(fds[0]), 0, nullptr, MESH_EPOLLIN), IPC_OK);
     ASSERT_EQ(IPC_EpollAddFd(static_cast<u32>(after), 3, RecordingHandler, MESH_EPOLLIN), IPC_OK);
     const u32 invalid = IpcErrStatCount(zol::ipc::IPC_EVENT_PARA_INVALID);
 
     Signal(gate);
-    {
-        std::unique_lock<std::mutex> guard(g_gate.lock);
-        ASSERT_TRUE(g_gate.changed.wait_for(guard, kPatience, [] { return g_gate.entered; }));
-    }
+    ASSERT_TRUE(gateSeen.WaitCalls(1));
     // Both become ready while the task is held, so one wait returns the invalid one first, then the other.
     ASSERT_EQ(write(fds[1], "z", 1), 1);
     Signal(after);
-    {
-        std::lock_guard<std::mutex> guard(g_gate.lock);
-        g_gate.open = true;
-        g_gate.changed.notify_all();
-    }
+    gateSeen.Open();
     ASSERT_TRUE(afterSeen.WaitCalls(1)) << "the events after an invalid one are still dispatched";
 
     EXPECT_EQ(IpcErrStatCount(zol::ipc::IPC_EVENT_PARA_INVALID), invalid + 1);
     errno = 0;
     EXPECT_EQ(fcntl(fds[0], F_GETFD), -1) << "the descriptor of the invalid registration is closed";
     EXPECT_EQ(errno, EBADF);
-    auto records = agent.WithTag("IPC_HEE");
+    const auto records = agent.WithTag("IPC_HEE");
     ASSERT_EQ(records.size(), 1u);
     EXPECT_EQ(records[0].logId, 0x0EA71037u);
     EXPECT_EQ(records[0].params.size(), zol::test::kImFirstText + 2) << "the tag is the only text";
     EXPECT_EQ(records[0].Formatted(), "epoll event ptr is not valid.");
 
     IPC_EpollDelFd(static_cast<u32>(after));
-    zol::ipc::IpcReleaseEpollRecord(afterSeen.recordPtr);
     IPC_EpollDelFd(static_cast<u32>(gate));
-    zol::ipc::IpcReleaseEpollRecord(g_gate.rec);
+    zol::ipc::IpcReleaseEpollRecord(afterSeen.recordPtr);
+    zol::ipc::IpcReleaseEpollRecord(gateSeen.recordPtr);
     close(fds[1]);
     close(gate);
     close(after);

@@ -47,37 +47,12 @@ class Sim {
     u32 sharedSeen = 0;
 
   private:
+    // Ops 2 to 12; 0 and 1 create buffers.
     void Run(size_t i) {
-        switch (op_) {
-        case 2:
-            Destroy(i);
-            break;
-        case 3:
-            Write(i);
-            break;
-        case 4:
-        case 5:
-            Copy(i);
-            break;
-        case 6:
-            Join(i);
-            break;
-        case 7:
-            Fragment(i);
-            break;
-        case 8:
-            Cut(i);
-            break;
-        case 9:
-            PullUp(i);
-            break;
-        case 10:
-            Compress(i);
-            break;
-        default:
-            Grow(i);
-            break;
-        }
+        using Op = void (Sim::*)(size_t);
+        static const Op kOps[] = {&Sim::Destroy, &Sim::Write,  &Sim::Copy,     &Sim::Copy, &Sim::Join, &Sim::Fragment,
+                                  &Sim::Cut,     &Sim::PullUp, &Sim::Compress, &Sim::Grow, &Sim::Grow};
+        (this->*kOps[op_ - 2])(i);
     }
     u32 Rand(u32 n) { return n == 0 ? 0 : static_cast<u32>(rng_() % n); }
     u32 Total(size_t i) const { return bufs_[i]->totalDataLength; }
