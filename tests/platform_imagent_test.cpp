@@ -1,5 +1,6 @@
 // Stand-in information-model agent: every sent object is one JSON line, also under concurrency.
 #include <algorithm>
+#include <cstdlib>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <string>
@@ -13,7 +14,7 @@
 
 namespace {
 
-using zol::test::ImParam;
+using ImParam = decltype(zol::test::ImRecord::params)::value_type;
 
 u32 SendRecord(u32 logId, const std::string &text, u32 number) {
     void *h = IM_Agent_GetHandle();
@@ -29,6 +30,7 @@ u32 SendRecord(u32 logId, const std::string &text, u32 number) {
 
 TEST(ImAgent, ParametersInOrderWithEscapingAndFailuresWriteNothing) {
     zol::test::ImAgentCapture capture;
+    const std::string path = std::getenv("ZOL_IMAGENT_FILE");
     const std::string tricky("q\"b\\s\n\t\x01\x1f end\xc3\xa9\0z", 17);
     ASSERT_EQ(RUK_OK, SendRecord(42, tricky, 4294967295u));
     void *h = IM_Agent_GetHandle();
@@ -49,7 +51,7 @@ TEST(ImAgent, ParametersInOrderWithEscapingAndFailuresWriteNothing) {
     EXPECT_EQ(RUK_ERR_INJECTED, SendRecord(3, "lost", 1));
     setenv("ZOL_IMAGENT_FILE", "/nonexistent-dir/x.jsonl", 1);
     EXPECT_EQ(RUK_ERR_SYSTEM, SendRecord(4, "lost", 1));
-    setenv("ZOL_IMAGENT_FILE", capture.Path().c_str(), 1);
+    setenv("ZOL_IMAGENT_FILE", path.c_str(), 1);
 
     const auto records = capture.Records();
     ASSERT_EQ(2u, records.size());
@@ -57,7 +59,7 @@ TEST(ImAgent, ParametersInOrderWithEscapingAndFailuresWriteNothing) {
     EXPECT_EQ(records[0].params, (std::vector<ImParam>{4294967295u, tricky}));
     EXPECT_EQ(7u, records[1].logId);
     EXPECT_TRUE(records[1].params.empty());
-    std::ifstream in(capture.Path());
+    std::ifstream in(path);
     for (std::string line; std::getline(in, line);) { // control bytes only escaped, as JSON requires
         EXPECT_TRUE(std::none_of(line.begin(), line.end(), [](char c) { return c >= 0 && c < 0x20; })) << line;
     }
