@@ -38,11 +38,11 @@ int plat_c_api_check(void) {
     u32 (*fault_inject)(const char *, u32, u32) = PLAT_FaultInject;
     void (*fault_clear)(void) = PLAT_FaultClear;
     void (*mem_stats)(u32, u64 *, u64 *) = PLAT_MemStats;
-    const void *all[] = {(const void *)task_create, (const void *)task_id,    (const void *)task_delay,
-                         (const void *)task_name,   (const void *)ev_write,   (const void *)ev_read,
-                         (const void *)que_create,  (const void *)que_write,  (const void *)que_read,
-                         (const void *)sm_create,   (const void *)sm_delete,  (const void *)sm_p,
-                         (const void *)sm_v,        (const void *)ref_inc,    (const void *)ref_get,
+    const void *all[] = {(const void *)task_create,  (const void *)task_id,     (const void *)task_delay,
+                         (const void *)task_name,    (const void *)ev_write,    (const void *)ev_read,
+                         (const void *)que_create,   (const void *)que_write,   (const void *)que_read,
+                         (const void *)sm_create,    (const void *)sm_delete,   (const void *)sm_p,
+                         (const void *)sm_v,         (const void *)ref_inc,     (const void *)ref_get,
                          (const void *)fault_inject, (const void *)fault_clear, (const void *)mem_stats};
     int present = 0;
     for (size_t i = 0; i < sizeof(all) / sizeof(all[0]); i++) {
@@ -56,4 +56,6 @@ int plat_c_api_check(void) {
 
 /* The exported data resolve from C too. */
 u32 plat_c_task_prio(u32 index);
-u32 plat_c_task_prio(u32 index) { return m_aulTaskPrio[index] + 0u * g_ucSysMemPtNo; }
+u32 plat_c_task_prio(u32 index) {
+    return m_aulTaskPrio[index] + 0u * g_ucSysMemPtNo;
+}

@@ -199,16 +199,14 @@ TEST(PlatformMisc, DeviceIdsFromEnvironment) {
 struct Rec {
     u32 key, value;
 };
-// Keys are their own hash and there are only two buckets, so most keys collide.
-u32 HashRec(const void *p) {
-    return static_cast<const Rec *>(p)->key;
-}
-u32 SameKey(const void *elmt, const void *probe) {
-    return static_cast<const Rec *>(elmt)->key == static_cast<const Rec *>(probe)->key;
-}
 
 TEST(PlatformMisc, HashAddFindWithCollisions) {
-    void *table = HASH_CreateNew(-4, sizeof(Rec), 2, HashRec, SameKey, 0);
+    // Keys are their own hash and there are only two buckets, so most keys collide.
+    auto hash = [](const void *p) { return static_cast<const Rec *>(p)->key; };
+    auto same = [](const void *a, const void *b) {
+        return static_cast<u32>(static_cast<const Rec *>(a)->key == static_cast<const Rec *>(b)->key);
+    };
+    void *table = HASH_CreateNew(-4, sizeof(Rec), 2, hash, same, 0);
     ASSERT_NE(nullptr, table);
     for (u32 key = 0; key <= 20; ++key) { // key 5 twice: the first added is found first
         auto *rec = static_cast<Rec *>(HASH_NewData(table, 0));
