@@ -5,6 +5,7 @@
 #include <mutex>
 #include <string>
 #include <syslog.h>
+#include <utility>
 #include <vector>
 
 #include "zol_foundation.h"
@@ -13,21 +14,8 @@
 #include "imagent_reader.h"
 
 namespace {
-
-struct SyslogLine {
-    int priority;
-    std::string text;
-};
 std::mutex g_syslogLock;
-std::vector<SyslogLine> g_syslogLines;
-
-std::vector<SyslogLine> TakeSyslog() {
-    std::lock_guard<std::mutex> guard(g_syslogLock);
-    std::vector<SyslogLine> lines;
-    lines.swap(g_syslogLines);
-    return lines;
-}
-
+std::vector<std::pair<int, std::string>> g_syslogLines; // priority, text
 } // namespace
 
 // The program's own syslog takes precedence over the C library's for the library's calls, so the
@@ -39,18 +27,21 @@ extern "C" void syslog(int priority, const char *format, ...) {
     vsnprintf(text, sizeof(text), format, args);
     va_end(args);
     std::lock_guard<std::mutex> guard(g_syslogLock);
-    g_syslogLines.push_back({priority, text});
+    g_syslogLines.emplace_back(priority, text);
 }
 
 namespace zol::test {
 namespace {
 
 // Types in the order the self-test reports them: the information part, then the error part.
-constexpr int kInfoOrder[19] = {27, 34, 8, 9, 13, 44, 21, 23, 0, 1, 2, 3, 4, 5, 6, 7, 45, 46, 47};
-constexpr int kErrOrder[29] = {26, 28, 29, 30, 31, 32, 33, 35, 36, 42, 43, 10, 11, 12, 14,
-                               15, 16, 17, 18, 19, 20, 22, 24, 25, 37, 38, 39, 40, 41};
+constexpr int kOrder[48] = {27, 34, 8,  9,  13, 44, 21, 23, 0,  1,  2,  3,  4,  5,  6,  7,
+                            45, 46, 47, 26, 28, 29, 30, 31, 32, 33, 35, 36, 42, 43, 10, 11,
+                            12, 14, 15, 16, 17, 18, 19, 20, 22, 24, 25, 37, 38, 39, 40, 41};
+constexpr int kInfoTypes = 19;
 
-void ExpectSelfTestRecord(const ImRecord &record, int type, bool info, int id) {
+// Record `index` of a self-test run; the ids count from 0 in each part.
+void ExpectSelfTestRecord(const ImRecord &record, int index) {
+    const int type = kOrder[index];
     const ExpectedLogType &expected = kExpectedLogTypes[type];
     SCOPED_TRACE(expected.name);
     EXPECT_EQ(record.logId, expected.logId);
@@ -58,52 +49,51 @@ void ExpectSelfTestRecord(const ImRecord &record, int type, bool info, int id) {
     if (expected.paraNum > 1) {
         EXPECT_EQ(record.Tag(), expected.name) << "the type's name is the tag and first text";
     }
+    const bool info = index < kInfoTypes;
     std::string format = info ? "[ZOL_TEST_INFO] magic:abc, id:" : "[ZOL_TEST] magic:abc, id:";
     if (type == 44) { // ZOL_LOG_DB_INFO moves the marker into its second text
         format = "magic:abc, id:";
         EXPECT_EQ(record.Text(kImFirstText + 1), "[ZOL_TEST_INFO]");
     }
-    EXPECT_EQ(record.Formatted(), format + std::to_string(id));
+    EXPECT_EQ(record.Formatted(), format + std::to_string(info ? index : index - kInfoTypes));
 }
 
 // The summary line: error priority, the total and a non-negative cost in milliseconds.
-void ExpectSummary(const std::vector<SyslogLine> &lines) {
-    ASSERT_EQ(lines.size(), 1u);
-    EXPECT_EQ(lines[0].priority, LOG_ERR);
+void ExpectSummary() {
+    std::lock_guard<std::mutex> guard(g_syslogLock);
+    ASSERT_EQ(g_syslogLines.size(), 1u);
+    EXPECT_EQ(g_syslogLines[0].first, LOG_ERR);
     unsigned total = 0;
     double cost = -1;
-    ASSERT_EQ(sscanf(lines[0].text.c_str(), "[ZOL_TEST]:Total run times:%u costTime:%lf", &total, &cost), 2)
-        << lines[0].text;
+    const char *text = g_syslogLines[0].second.c_str();
+    ASSERT_EQ(sscanf(text, "[ZOL_TEST]:Total run times:%u costTime:%lf", &total, &cost), 2) << text;
     EXPECT_EQ(total, 48u);
     EXPECT_GE(cost, 0.0);
+    g_syslogLines.clear();
 }
 
 TEST(DiaglogSelfTest, ReportsEveryTypeOnceThenOnlyTheUnfilteredWithinTheInterval) {
     ImAgentCapture agent;
-    TakeSyslog();
+    g_syslogLines.clear();
     int64_t start = NowMs();
     ZOL_VerifyDiaglog();
     std::vector<ImRecord> records = agent.Records();
     ASSERT_EQ(records.size(), 48u);
-    for (int id = 0; id < 19; ++id) {
-        ExpectSelfTestRecord(records[id], kInfoOrder[id], true, id);
+    for (int i = 0; i < 48; ++i) {
+        ExpectSelfTestRecord(records[i], i);
     }
-    for (int id = 0; id < 29; ++id) {
-        ExpectSelfTestRecord(records[19 + id], kErrOrder[id], false, id);
-    }
-    ExpectSummary(TakeSyslog());
+    ExpectSummary();
 
     agent.Clear();
     ZOL_VerifyDiaglog();
-    bool quick = NowMs() - start < kWithinIntervalMs;
+    const bool quick = NowMs() - start < kWithinIntervalMs;
     records = agent.Records();
     if (quick) {
         ASSERT_EQ(records.size(), 2u) << "only the two unfiltered records";
-        ExpectSelfTestRecord(records[0], 21, true, 6);
-        ExpectSelfTestRecord(records[1], 23, true, 7);
+        ExpectSelfTestRecord(records[0], 6);
+        ExpectSelfTestRecord(records[1], 7);
     }
-    ExpectSummary(TakeSyslog());
-
+    ExpectSummary();
     EXPECT_EQ(ZOL_VerifyDiaglogInfo(), 19u);
     EXPECT_EQ(ZOL_VerifyDiaglogError(), 29u);
 }

@@ -48,9 +48,7 @@ void ExpectCountChain(const std::vector<ImRecord> &records, int64_t elapsedMs, c
     std::multiset<uint32_t> counts;
     for (const ImRecord &record : records) {
         uint32_t count = 1;
-        if (sscanf(record.Formatted().c_str(), "callCnt:%u,", &count) != 1) {
-            count = 1;
-        }
+        sscanf(record.Formatted().c_str(), "callCnt:%u,", &count);
         counts.insert(count);
     }
     uint32_t expected = 1;
@@ -63,7 +61,7 @@ void ExpectCountChain(const std::vector<ImRecord> &records, int64_t elapsedMs, c
 TEST(LogThreadsTest, ManyThreadsLoggingAtOnceLoseAndDuplicateNothing) {
     ImAgentCapture agent;
     std::atomic<bool> go{false};
-    int64_t start = NowMs();
+    const int64_t start = NowMs();
     std::vector<std::thread> threads;
     for (int i = 0; i < kThreads; ++i) {
         threads.emplace_back(LogFromThread, i, start + kRunMs, std::cref(go));
@@ -72,9 +70,9 @@ TEST(LogThreadsTest, ManyThreadsLoggingAtOnceLoseAndDuplicateNothing) {
     for (std::thread &thread : threads) {
         thread.join();
     }
-    int64_t elapsedMs = NowMs() - start;
+    const int64_t elapsedMs = NowMs() - start;
 
-    std::vector<ImRecord> records = agent.Records();
+    const std::vector<ImRecord> records = agent.Records();
     ASSERT_FALSE(records.empty());
     for (const ImRecord &record : records) {
         EXPECT_EQ(record.Text(0), records[0].Text(0)) << "one identity for the process";
@@ -84,14 +82,12 @@ TEST(LogThreadsTest, ManyThreadsLoggingAtOnceLoseAndDuplicateNothing) {
     ExpectCountChain(RecordsWithTag(records, "MT_SHARED"), elapsedMs, "MT_SHARED");
     for (int i = 0; i < kThreads; ++i) {
         ExpectCountChain(RecordsWithTag(records, Name("MT_OWN", i)), elapsedMs, Name("MT_OWN", i));
-        const std::string threadSuffix = "," + Name("mtlog", i);
         for (int j = 0; j < kDistinctPerThread; ++j) {
             std::vector<ImRecord> distinct = RecordsWithTag(records, Name("MT_D", i, j));
             ASSERT_EQ(distinct.size(), 1u) << Name("MT_D", i, j);
+            // The thread identity "<tid>,<name>" is the logging thread's own.
             const std::string thread = distinct[0].Text(3);
-            EXPECT_TRUE(thread.size() > threadSuffix.size() &&
-                        thread.compare(thread.size() - threadSuffix.size(), threadSuffix.size(), threadSuffix) == 0)
-                << "the thread identity is the logging thread's own: " << thread;
+            EXPECT_EQ(thread.substr(thread.find(',') + 1), Name("mtlog", i)) << thread;
             EXPECT_EQ(distinct[0].Formatted(), "distinct");
         }
     }

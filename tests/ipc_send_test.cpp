@@ -37,6 +37,9 @@ const auto *const g_env = ::testing::AddGlobalTestEnvironment(new IpcEnv);
 IPC_CHAN_S &Chan(u32 id) {
     return g_pstIpcChanTbl[id];
 }
+IPC_CHAN_TRAFFIC_S Traffic(u32 id) {
+    return IPC_ReadChanTraffic(id);
+}
 
 // The header's routing fields and length as stored: source and destination node and channel, length.
 std::vector<u32> Fields(void *msg) {
@@ -249,11 +252,11 @@ TEST_F(IpcSendTest, CallbackDeliveryThenHandBackWithHostOrderHeaders) {
     for (const Delivery &d : g_seen) {
         EXPECT_EQ(d.header, (std::vector<u32>{kSelf, kSelf, 3, 4, 50, IPC_MEM_USED}));
     }
-    EXPECT_EQ(Chan(4).ulLocalRecvNum, 1u);
-    EXPECT_EQ(Chan(4).ullLocalRecvBytes, 50u);
-    EXPECT_EQ(Chan(3).ulLocalSendNum, 1u);
-    EXPECT_EQ(Chan(3).ullLocalSendBytes, 50u);
-    EXPECT_EQ(Chan(3).ulLocalRecvNum + Chan(4).ulLocalSendNum + Chan(3).ulRemoteSendNum + Chan(4).ulRemoteRecvNum, 0u);
+    EXPECT_EQ(Traffic(4).ulLocalRecvNum, 1u);
+    EXPECT_EQ(Traffic(4).ullLocalRecvBytes, 50u);
+    EXPECT_EQ(Traffic(3).ulLocalSendNum, 1u);
+    EXPECT_EQ(Traffic(3).ullLocalSendBytes, 50u);
+    EXPECT_EQ(Traffic(3).ulLocalRecvNum + Traffic(4).ulLocalSendNum + Traffic(3).ulRemoteSendNum + Traffic(4).ulRemoteRecvNum, 0u);
 
     // With the synchronous flag only the receiver is called; the sender keeps its message.
     g_seen.clear();
@@ -262,8 +265,8 @@ TEST_F(IpcSendTest, CallbackDeliveryThenHandBackWithHostOrderHeaders) {
     ASSERT_EQ(g_seen.size(), 1u);
     EXPECT_EQ(g_seen[0].args[0], IPC_NOTIFY_RECV);
     EXPECT_EQ(MsgHead(msg)->ucMemFlag, IPC_MEM_USED);
-    EXPECT_EQ(Chan(4).ulLocalRecvNum, 2u);
-    EXPECT_EQ(Chan(3).ulLocalSendNum, 1u);
+    EXPECT_EQ(Traffic(4).ulLocalRecvNum, 2u);
+    EXPECT_EQ(Traffic(3).ulLocalSendNum, 1u);
     IPC_FreeMsg(msg);
 }
 
@@ -286,8 +289,8 @@ TEST_F(IpcSendTest, QueueDeliveryWritesRecordsTheReaderOwns) {
     EXPECT_EQ(Fields(msg), Fields(copy)) << "handed back in host order too";
     EXPECT_EQ(Take(srcQue), RUK_ERR_EMPTY);
     EXPECT_EQ(Take(dstQue), RUK_ERR_EMPTY);
-    EXPECT_EQ(Chan(11).ulLocalRecvNum, 1u);
-    EXPECT_EQ(Chan(10).ulLocalSendNum, 1u);
+    EXPECT_EQ(Traffic(11).ulLocalRecvNum, 1u);
+    EXPECT_EQ(Traffic(10).ulLocalSendNum, 1u);
     IPC_FreeMsg(copy);
     IPC_FreeMsg(msg);
 }
@@ -313,8 +316,8 @@ TEST_F(IpcSendTest, InjectedFailuresAreCountedAndLeakNothing) {
     EXPECT_EQ(Take(dstQue), RUK_ERR_EMPTY);
     ASSERT_EQ(g_seen.size(), 1u);
     EXPECT_EQ(g_seen[0].args[0], IPC_NOTIFY_SEND_FINISH);
-    EXPECT_EQ(Chan(13).ulLocalRecvNum, 0u);
-    EXPECT_EQ(Chan(12).ulLocalSendNum, 1u);
+    EXPECT_EQ(Traffic(13).ulLocalRecvNum, 0u);
+    EXPECT_EQ(Traffic(12).ulLocalSendNum, 1u);
 
     // The hand-back record is refused: the sent message is dropped, the receiver has its copy.
     ASSERT_EQ(PLAT_FaultInject("RUK_Que_Write", 1, 1), 0u);
@@ -323,8 +326,8 @@ TEST_F(IpcSendTest, InjectedFailuresAreCountedAndLeakNothing) {
     EXPECT_EQ(Take(srcQue), RUK_ERR_EMPTY);
     ASSERT_EQ(Take(dstQue), RUK_OK);
     IPC_FreeMsg(RecMsg());
-    EXPECT_EQ(Chan(13).ulLocalRecvNum, 1u);
-    EXPECT_EQ(Chan(14).ulLocalSendNum, 0u);
+    EXPECT_EQ(Traffic(13).ulLocalRecvNum, 1u);
+    EXPECT_EQ(Traffic(14).ulLocalSendNum, 0u);
     EXPECT_EQ(Chan(14).ulSendFailNum, 0u);
 }
 
@@ -358,12 +361,12 @@ TEST_F(IpcSendTest, SynchronousSendIsRefusedOnThePollTask) {
     EXPECT_EQ(g_pollResult, IPC_ERR_SYNC_ON_POLL);
     EXPECT_EQ(g_pollMcResult, IPC_ERR_SYNC_ON_POLL);
     EXPECT_EQ(IpcErrStatCount(IPC_PARAM_ERR), param + 2);
-    EXPECT_EQ(Chan(31).ulLocalRecvNum, 0u);
+    EXPECT_EQ(Traffic(31).ulLocalRecvNum, 0u);
     // The same send from an ordinary task goes through.
     void *msg = NewMsg(kLen, 6);
     EXPECT_EQ(IPC_Send(30, kSelf, 31, IPC_SEND_FLAG_SYNC, msg, kLen), IPC_OK);
     IPC_FreeMsg(msg);
-    EXPECT_EQ(Chan(31).ulLocalRecvNum, 1u);
+    EXPECT_EQ(Traffic(31).ulLocalRecvNum, 1u);
 }
 
 // Several tasks send to one queue channel at once; a reader takes every message exactly once.
@@ -410,9 +413,9 @@ TEST_F(IpcSendTest, SeveralSendersToOneQueueChannelDeliverEachMessageOnce) {
     reader.join();
     EXPECT_EQ(failures, 0u);
     EXPECT_EQ(std::count(seen.begin(), seen.end(), 1u), static_cast<long>(seen.size()));
-    EXPECT_EQ(Chan(21).ulLocalRecvNum, kThreads * kPerThread);
-    EXPECT_EQ(Chan(21).ullLocalRecvBytes, u64{kThreads} * kPerThread * kLen);
-    EXPECT_EQ(Chan(20).ulLocalSendNum, kThreads * kPerThread);
+    EXPECT_EQ(Traffic(21).ulLocalRecvNum, kThreads * kPerThread);
+    EXPECT_EQ(Traffic(21).ullLocalRecvBytes, u64{kThreads} * kPerThread * kLen);
+    EXPECT_EQ(Traffic(20).ulLocalSendNum, kThreads * kPerThread);
     EXPECT_EQ(IpcErrStatCount(IPC_NOTIFY_QUE_FAIL), queFail);
 }
 

@@ -6,8 +6,8 @@
 #include <chrono>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <memory>
 #include <string>
-#include <thread>
 #include <unistd.h>
 
 #include "zol_ipc.h"
@@ -16,74 +16,38 @@
 
 namespace {
 
-struct DiagResult {
-    int rc = -1;
-    std::string out;
-};
-
-class OmConn : public ::testing::Test {
+class OmConn : public om_test::DiagFixture {
   protected:
-    void SetUp() override {
-        if (om_test::ToolPath("zol_omd").empty() || om_test::ToolPath("zol_diag").empty()) {
-            GTEST_SKIP() << "tools not built or ZOL_TEST_BINARY_DIR not set";
-        }
-        sock_ = om_test::TempSocket("conn");
-        log_ = sock_ + ".log";
-        setenv(OMCC_SOCKET_ENV, sock_.c_str(), 1);
-        setenv("ZOL_IMAGENT_FILE", log_.c_str(), 1);
-        pid_ = std::to_string(getpid());
-    }
     void TearDown() override { unlink(log_.c_str()); }
-
-    DiagResult Diag(std::vector<std::string> args) {
-        args.insert(args.begin(), {"--socket", sock_});
-        DiagResult r;
-        r.rc = om_test::Run(om_test::ToolPath("zol_diag"), args, r.out);
-        return r;
+    Result RunDoc(const std::string &doc) {
+        std::ofstream(sock_ + ".doc") << doc;
+        return RunDiag({"--pid", pid_, "--doc", sock_ + ".doc"});
     }
-    // Asks until the process is connected (the daemon knows no such process before), for up to 30 s.
-    DiagResult DiagOnceConnected(const std::vector<std::string> &args) {
-        DiagResult r;
-        for (int i = 0; i < 300; ++i) {
-            r = Diag(args);
-            if (r.rc != 4) {
-                break;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        }
-        return r;
-    }
-    DiagResult DiagDoc(const std::string &doc) {
-        std::string file = sock_ + ".doc";
-        std::ofstream(file) << doc;
-        DiagResult r = Diag({"--pid", pid_, "--doc", file});
-        unlink(file.c_str());
-        return r;
-    }
-    std::string sock_, log_, pid_;
+    std::string log_ = om_test::TempSocket("conn") + ".log";
 };
 
 TEST_F(OmConn, ServesDiagnosticsEndToEndAndReconnectsAfterARestart) {
+    setenv("ZOL_IMAGENT_FILE", log_.c_str(), 1);
     auto daemon = std::make_unique<om_test::Daemon>(sock_);
     ASSERT_TRUE(daemon->Up());
     ASSERT_EQ(IPC_PollTaskCreate(), 0u);
     ASSERT_EQ(zol::diag::ZOL_OmCmdStart(zol::ipc::g_iIpcEpollFd.load()), 0u);
 
-    DiagResult r = DiagOnceConnected({pid_, "get-ipc-info", "bogus"});
-    EXPECT_EQ(r.rc, 0);
-    EXPECT_EQ(r.out, "[Error]:Cmd type (0,bogus) not implement.\n");
-    r = Diag({pid_, "get-rpc-info"});
-    EXPECT_EQ(r.rc, 1);
-    EXPECT_EQ(r.out, "[Error]:Parse cmd argument type failed, return value is 2.\n");
-    std::string proc = "{\"korvex-diagnose:diagnose\":{\"korvex-diagnose-zol:zol\":{\"processes\":{\"process\":[{"
-                       "\"process-id\":" +
-                       pid_ + "}]}}}}";
-    r = DiagDoc(proc);
-    EXPECT_EQ(r.rc, 1);
-    EXPECT_EQ(r.out, "[Error]:Not support action node.\n");
-    r = DiagDoc("{\"korvex-diagnose:diagnose\":{\"no-such-node\":{}}}");
-    EXPECT_EQ(r.rc, 1);
-    EXPECT_EQ(r.out, "");
+    const struct {
+        Result got;
+        int rc;
+        const char *out;
+    } cases[] = {
+        {RunDiagConnected({pid_, "get-ipc-info", "bogus"}), 0, "[Error]:Cmd type (0,bogus) not implement.\n"},
+        {RunDiag({pid_, "get-rpc-info"}), 1, "[Error]:Parse cmd argument type failed, return value is 2.\n"},
+        {RunDoc(om_test::Doc(static_cast<u32>(getpid()), "")), 1, "[Error]:Not support action node.\n"},
+        {RunDoc("{\"korvex-diagnose:diagnose\":{\"no-such-node\":{}}}"), 1, ""},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(c.got.rc, c.rc) << c.out;
+        EXPECT_EQ(c.got.out, c.out);
+    }
+    unlink((sock_ + ".doc").c_str());
     std::string log = om_test::ReadFile(log_);
     EXPECT_NE(log.find("\"ZCCOTP\",\"Connect to om success.\""), std::string::npos) << log;
     EXPECT_NE(log.find("\"ZCPC\",\"Parse input to doc failed.\",\"code:123 length:"), std::string::npos) << log;
@@ -93,7 +57,7 @@ TEST_F(OmConn, ServesDiagnosticsEndToEndAndReconnectsAfterARestart) {
     daemon = std::make_unique<om_test::Daemon>(sock_);
     ASSERT_TRUE(daemon->Up());
     auto start = std::chrono::steady_clock::now();
-    r = DiagOnceConnected({pid_, "get-rpc-info", "node-detail"});
+    Result r = RunDiagConnected({pid_, "get-rpc-info", "node-detail"});
     auto waited = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
     EXPECT_EQ(r.rc, 0);
     EXPECT_EQ(r.out, "[Error]:Cmd type (1,node-detail) not implement.\n");

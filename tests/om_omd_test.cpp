@@ -16,18 +16,11 @@
 
 namespace {
 
-std::string CmdPath(u32 pid, const char *pcCmd) {
-    return "/korvex-diagnose:diagnose/korvex-diagnose-zol:zol/processes/process[process-id=" + std::to_string(pid) +
-           "]/" + pcCmd;
-}
-
 // Answers with the subscription's command and the type leaf, and returns the type's length.
 u32 TypeHandler(void *ctx, const OMCC_BYTES_S *req) {
     OMCC_DOC_S *doc = omcc_parse_bytes(nullptr, req);
     OMCC_TTY_S *tty = omcc_tty_borrow(ctx, 1);
-    std::string proc = CmdPath(getpid(), "");
-    proc.pop_back();
-    OMCC_NODE_S *node = omcc_find_node(omcc_doc_root(doc), proc.c_str());
+    OMCC_NODE_S *node = omcc_find_node(omcc_doc_root(doc), om_test::ProcPath(getpid()).c_str());
     const char *type = "";
     u32 rc = doc == nullptr ? 100 : node == nullptr ? 101 : 0;
     for (const char *cmd : {"get-ipc-info", "get-rpc-info"}) {
@@ -47,8 +40,8 @@ class Server {
   public:
     explicit Server(bool bAnswer = true) : bAnswer_(bAnswer) {
         client_ = omcc_client_new("Zol_omd_test", 2);
-        paths_[0] = CmdPath(getpid(), "get-ipc-info");
-        paths_[1] = CmdPath(getpid(), "get-rpc-info");
+        paths_[0] = om_test::ProcPath(getpid()) + "/get-ipc-info";
+        paths_[1] = om_test::ProcPath(getpid()) + "/get-rpc-info";
         for (std::string &p : paths_) {
             OMCC_SUBSCRIPTION_S sub{p.c_str(), OMCC_SUB_KIND_REQUEST, TypeHandler, {}};
             omcc_subscribe(client_, &sub);
@@ -84,29 +77,9 @@ class Server {
     std::thread thread_;
 };
 
-struct DiagResult {
-    int rc;
-    std::string out;
-};
-
-DiagResult Diag(const std::string &sock, std::vector<std::string> args) {
-    args.insert(args.begin(), {"--socket", sock});
-    DiagResult r;
-    r.rc = om_test::Run(om_test::ToolPath("zol_diag"), args, r.out);
-    return r;
-}
-
-class OmDaemon : public ::testing::Test {
+class OmDaemon : public om_test::DiagFixture {
   protected:
-    void SetUp() override {
-        if (om_test::ToolPath("zol_omd").empty() || om_test::ToolPath("zol_diag").empty()) {
-            GTEST_SKIP() << "tools not built or ZOL_TEST_BINARY_DIR not set";
-        }
-        sock_ = om_test::TempSocket("omd");
-        setenv(OMCC_SOCKET_ENV, sock_.c_str(), 1);
-    }
     void TearDown() override { unsetenv(OMCC_SOCKET_ENV); }
-    std::string sock_;
 };
 
 TEST_F(OmDaemon, RoutesRequestsAndRelaysAnswers) {
@@ -114,45 +87,44 @@ TEST_F(OmDaemon, RoutesRequestsAndRelaysAnswers) {
     ASSERT_TRUE(daemon.Up());
     Server server;
     ASSERT_TRUE(server.Up());
-    std::string pid = std::to_string(getpid());
-    DiagResult r = Diag(sock_, {pid, "get-ipc-info", "packet"});
-    EXPECT_EQ(r.rc, 0);
-    EXPECT_EQ(r.out, "get-ipc-info/packet\n");
-    r = Diag(sock_, {pid, "get-rpc-info", "fail"});
-    EXPECT_EQ(r.rc, 1);
-    EXPECT_EQ(r.out, "get-rpc-info/fail\n");
-    // Routed by the document alone: the daemon finds the subscribed path in it.
-    std::string file = sock_ + ".json";
-    std::ofstream(file) << "{\"korvex-diagnose:diagnose\":{\"korvex-diagnose-zol:zol\":{\"processes\":{\"process\":"
-                           "[{\"process-id\":"
-                        << pid << ",\"get-rpc-info\":{\"type\":\"x\\\"y\"}}]}}}}";
-    r = Diag(sock_, {"--doc", file});
-    EXPECT_EQ(r.rc, 0);
-    EXPECT_EQ(r.out, "get-rpc-info/x\"y\n");
-    std::ofstream(file) << "not a document";
-    r = Diag(sock_, {"--doc", file});
-    EXPECT_EQ(r.rc, 4);
-    r = Diag(sock_, {"--pid", pid, "--doc", file}); // forwarded: the process itself refuses it
-    EXPECT_EQ(r.rc, 1);
-    unlink(file.c_str());
-    r = Diag(sock_, {"4000000000", "get-ipc-info", "packet"});
-    EXPECT_EQ(r.rc, 4);
-    EXPECT_NE(r.out.find("process 4000000000 is not connected"), std::string::npos) << r.out;
-    EXPECT_EQ(Diag(sock_, {pid, "get-bogus-info", "packet"}).rc, 2);
+    const std::string good = sock_ + ".json", bad = sock_ + ".bad";
+    std::ofstream(good) << om_test::Doc(static_cast<u32>(getpid()), ",\"get-rpc-info\":{\"type\":\"x\\\"y\"}");
+    std::ofstream(bad) << "not a document";
+    const struct {
+        std::vector<std::string> args;
+        int rc;
+        std::string out; // the whole output, or a part of it after '~'
+    } cases[] = {
+        {{pid_, "get-ipc-info", "packet"}, 0, "get-ipc-info/packet\n"},
+        {{pid_, "get-rpc-info", "fail"}, 1, "get-rpc-info/fail\n"},
+        {{"--doc", good}, 0, "get-rpc-info/x\"y\n"}, // routed by the document alone: the subscribed path is in it
+        {{"--doc", bad}, 4, "~"},
+        {{"--pid", pid_, "--doc", bad}, 1, "~"}, // forwarded: the process itself refuses it
+        {{"4000000000", "get-ipc-info", "packet"}, 4, "~process 4000000000 is not connected"},
+        {{pid_, "get-bogus-info", "packet"}, 2, "~"},
+    };
+    for (const auto &c : cases) {
+        Result r = RunDiag(c.args);
+        EXPECT_EQ(r.rc, c.rc) << c.args[1] << " " << r.out;
+        EXPECT_TRUE(c.out[0] == '~' ? r.out.find(c.out.substr(1)) != std::string::npos : r.out == c.out) << r.out;
+    }
+    unlink(good.c_str());
+    unlink(bad.c_str());
 }
 
 TEST_F(OmDaemon, TimesOutAndReportsAMissingDaemon) {
+    const std::vector<std::string> args{pid_, "get-ipc-info", "packet"};
     {
         om_test::Daemon daemon(sock_, {"--timeout", "300"});
         ASSERT_TRUE(daemon.Up());
         Server silent(false);
         ASSERT_TRUE(silent.Up());
-        DiagResult r = Diag(sock_, {std::to_string(getpid()), "get-ipc-info", "packet"});
+        Result r = RunDiag(args);
         EXPECT_EQ(r.rc, 5);
         EXPECT_NE(r.out.find("did not answer within 300 ms"), std::string::npos) << r.out;
         EXPECT_EQ(daemon.Stop(), 0);
     }
-    DiagResult r = Diag(sock_, {std::to_string(getpid()), "get-ipc-info", "packet"});
+    Result r = RunDiag(args);
     EXPECT_EQ(r.rc, 3);
     EXPECT_NE(r.out.find("the OM daemon is not running"), std::string::npos) << r.out;
 }
@@ -160,18 +132,10 @@ TEST_F(OmDaemon, TimesOutAndReportsAMissingDaemon) {
 TEST_F(OmDaemon, SurvivesHostilePeers) {
     om_test::Daemon daemon(sock_);
     ASSERT_TRUE(daemon.Up());
-    std::mt19937 rng(11);
-    std::string random(64 * 1024, '\0');
-    for (char &c : random) {
-        c = static_cast<char>(rng());
-    }
-    std::string hello;
-    plat::omcc::AppendFrame(hello, OMCC_FRAME_HELLO, 0, 1, "x", 1);
-    const std::string huge = std::string("\xff\xff\xff\xff\x00\x03\x00\x00", 8) + std::string(8, '\0');
-    std::string truncatedRequest;
-    plat::omcc::AppendFrame(truncatedRequest, OMCC_FRAME_REQUEST, 1, 0, "{}", 2);
-    truncatedRequest.resize(truncatedRequest.size() - 1);
-    for (const std::string &bytes : {random, huge, hello + huge, truncatedRequest, hello.substr(0, 5)}) {
+    const std::string hello = om_test::FrameOf(OMCC_FRAME_HELLO, 0, 1, "x"), huge = om_test::kHugeFrame;
+    const std::string truncated = om_test::FrameOf(OMCC_FRAME_REQUEST, 1, 0, "{}").substr(0, 17);
+    for (const std::string &bytes :
+         {om_test::RandomBytes(64 * 1024, 11), huge, hello + huge, truncated, hello.substr(0, 5)}) {
         int fd = plat::omcc::ConnectUnix(sock_.c_str());
         ASSERT_GE(fd, 0);
         plat::omcc::WriteAll(fd, bytes);
@@ -182,15 +146,12 @@ TEST_F(OmDaemon, SurvivesHostilePeers) {
         Server server;
         ASSERT_TRUE(server.Up());
         int fd = plat::omcc::ConnectUnix(sock_.c_str());
-        std::string req;
-        std::string doc = "{}";
-        plat::omcc::AppendFrame(req, OMCC_FRAME_REQUEST, 5, static_cast<u32>(getpid()), doc.data(), doc.size());
-        plat::omcc::WriteAll(fd, req);
+        plat::omcc::WriteAll(fd, om_test::FrameOf(OMCC_FRAME_REQUEST, 5, static_cast<u32>(getpid()), "{}"));
         close(fd);
     }
     Server server;
     ASSERT_TRUE(server.Up());
-    DiagResult r = Diag(sock_, {std::to_string(getpid()), "get-ipc-info", "error"});
+    Result r = RunDiag({pid_, "get-ipc-info", "error"});
     EXPECT_EQ(r.rc, 0);
     EXPECT_EQ(r.out, "get-ipc-info/error\n");
 }

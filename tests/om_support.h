@@ -10,6 +10,7 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <random>
 #include <spawn.h>
 #include <string>
 #include <sys/socket.h>
@@ -65,6 +66,24 @@ inline std::string ReadFile(const std::string &path) {
 inline std::string TempSocket(const char *pcTag) {
     return "/tmp/zol_om_test_" + std::to_string(getpid()) + "_" + pcTag + ".sock";
 }
+
+// One frame of the protocol as bytes.
+inline std::string FrameOf(u16 usType, u32 ulId, u32 ulArg, const std::string &payload) {
+    std::string out;
+    plat::omcc::AppendFrame(out, usType, ulId, ulArg, payload.data(), payload.size());
+    return out;
+}
+
+// Input no peer may be hurt by: n random bytes, and a frame header announcing a 4 GiB payload.
+inline std::string RandomBytes(size_t n, unsigned seed) {
+    std::mt19937 rng(seed);
+    std::string out(n, '\0');
+    for (char &c : out) {
+        c = static_cast<char>(rng());
+    }
+    return out;
+}
+inline const std::string kHugeFrame = std::string("\xff\xff\xff\xff\x00\x03\x00\x00", 8) + std::string(8, '\0');
 
 // zol_omd on its own socket, up once it accepts connections; stopped (SIGTERM) when the object goes away.
 class Daemon {
@@ -150,10 +169,25 @@ inline std::string Dashes(size_t n) {
     return std::string(n, '-');
 }
 
-// Fixture of the end-to-end display suites: a private daemon socket, and a request to this process
-// repeated until the daemon knows it (exit code 4 before), for up to 30 s.
+// A JSON request document with one process entry; body adds members after its "process-id".
+inline std::string Doc(u32 pid, const std::string &body) {
+    return "{\"korvex-diagnose:diagnose\":{\"korvex-diagnose-zol:zol\":{\"processes\":{\"process\":[{\"process-id\":" +
+           std::to_string(pid) + body + "}]}}}}";
+}
+
+// The absolute path of a process entry, as subscriptions and lookups name it.
+inline std::string ProcPath(u32 pid) {
+    return "/korvex-diagnose:diagnose/korvex-diagnose-zol:zol/processes/process[process-id=" + std::to_string(pid) +
+           "]";
+}
+
+// Fixture of the end-to-end suites: a private daemon socket named in the environment, and zol_diag runs.
 class DiagFixture : public ::testing::Test {
   protected:
+    struct Result {
+        int rc = -1;
+        std::string out;
+    };
     void SetUp() override {
         if (ToolPath("zol_omd").empty() || ToolPath("zol_diag").empty()) {
             GTEST_SKIP() << "tools not built or ZOL_TEST_BINARY_DIR not set";
@@ -162,18 +196,26 @@ class DiagFixture : public ::testing::Test {
         setenv(OMCC_SOCKET_ENV, sock_.c_str(), 1);
         pid_ = std::to_string(getpid());
     }
-    std::string Ask(const char *command, const char *type) {
-        std::string out;
-        for (int i = 0; i < 300; ++i) {
-            out.clear();
-            const int rc = om_test::Run(ToolPath("zol_diag"), {"--socket", sock_, pid_, command, type}, out);
-            if (rc != 4) {
-                EXPECT_EQ(rc, 0) << out;
-                break;
-            }
+    Result RunDiag(std::vector<std::string> args) {
+        args.insert(args.begin(), {"--socket", sock_});
+        Result r;
+        r.rc = om_test::Run(ToolPath("zol_diag"), args, r.out);
+        return r;
+    }
+    // Repeated until the daemon knows the process (exit code 4 before), for up to 30 s.
+    Result RunDiagConnected(const std::vector<std::string> &args) {
+        Result r = RunDiag(args);
+        for (int i = 0; i < 300 && r.rc == 4; ++i) {
             std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            r = RunDiag(args);
         }
-        return out;
+        return r;
+    }
+    // A request to this process that must succeed; its output.
+    std::string Ask(const char *command, const char *type) {
+        Result r = RunDiagConnected({pid_, command, type});
+        EXPECT_EQ(r.rc, 0) << r.out;
+        return r.out;
     }
     std::string sock_, pid_;
 };

@@ -1,5 +1,5 @@
-// Start-up failures of the application task framework in a fresh process: "INIT" cannot be created, an
-// application task cannot be created; each time SYS_StartApp returns the platform's code.
+// Start-up failures of the application task framework in a fresh process: a failing initialisation, "INIT"
+// or an application task that cannot be created, an event write failing inside "INIT".
 #include <gtest/gtest.h>
 
 #include "zol_app.h"
@@ -8,21 +8,43 @@
 #include "standin_ctl.h"
 
 #include "app_tasks.h"
+#include "imagent_reader.h"
 
 namespace {
 
 using zol::test::g_appLog;
-using zol::test::kRecordInit;
+
+std::atomic<u32> g_secondInitResult{42};
+u32 SecondInit() {
+    g_appLog.initOrder[1] = ++g_appLog.inits;
+    return g_secondInitResult;
+}
 
 // One test on purpose: the registry and the chain belong to the process.
-TEST(SysAppFailTest, FailedTaskCreationEndsStartUpWithThePlatformsCode) {
+TEST(SysAppFailTest, FailuresEndStartUpWithTheirCodes) {
     static SYS_AppInfo apps[3];
     for (int i = 0; i < 3; ++i) {
-        zol::test::MakeApp(&apps[i], i, true, kRecordInit[i]);
+        zol::test::MakeApp(&apps[i], i, true, i == 1 ? SecondInit : zol::test::kRecordInit[i]);
         ASSERT_EQ(SYS_RegAppInfo(&apps[i]), 0u);
+    }
+    // A failing initialisation: later initialisations do not run, no task is created.
+    zol::test::ImAgentCapture capture;
+    EXPECT_EQ(SYS_StartApp(), SYS_APP_ERR_INIT);
+    const auto initLog = capture.WithTag("SYS_IA"), startLog = capture.WithTag("SYS_SAP");
+    ASSERT_EQ(initLog.size(), 1u);
+    EXPECT_EQ(initLog[0].Formatted(), "App init is fail. ret=42!");
+    ASSERT_EQ(startLog.size(), 1u);
+    EXPECT_EQ(startLog[0].Formatted(), "Init App is fail. ret=42!");
+    EXPECT_EQ(g_appLog.inits.load(), 2);
+    EXPECT_EQ(g_appLog.initOrder[2], 0) << "initialisations after the failing one must not run";
+    EXPECT_EQ(g_ulTaskLinkNum, 0u);
+    for (auto &app : apps) {
+        EXPECT_EQ(app.ulTaskId, 0u);
     }
 
     // "INIT" itself cannot be created: the initialisations ran, no task exists.
+    g_secondInitResult = 0;
+    g_appLog.inits = 0;
     ASSERT_EQ(PLAT_FaultInject("RUK_TaskCreate", 0, 1), 0u);
     EXPECT_EQ(SYS_StartApp(), RUK_ERR_INJECTED);
     EXPECT_EQ(g_appLog.inits.load(), 3);
@@ -30,16 +52,15 @@ TEST(SysAppFailTest, FailedTaskCreationEndsStartUpWithThePlatformsCode) {
     EXPECT_EQ(apps[0].ulTaskId, 0u);
 
     // "INIT" runs, the first application task is created, the second is refused: "INIT" records the code
-    // and ends, which ends the wait; the chain holds only the task created before the failure.
+    // and ends, which ends the wait; the chain holds only the task created before the failure, which
+    // never got the start-up event.
     ASSERT_EQ(PLAT_FaultInject("RUK_TaskCreate", 2, 1), 0u);
     EXPECT_EQ(SYS_StartApp(), RUK_ERR_INJECTED);
     EXPECT_EQ(g_ulTaskLinkNum, 1u);
-    EXPECT_EQ(g_ulTaskLinkId[0], apps[0].ulTaskId);
     EXPECT_NE(apps[0].ulTaskId, 0u);
+    EXPECT_EQ(g_ulTaskLinkId[0], apps[0].ulTaskId);
     EXPECT_EQ(apps[2].ulTaskId, 0u);
-    // The created task never got the start-up event.
     EXPECT_EQ(g_appLog.readies.load(), 0);
-    PLAT_FaultClear();
 
     // A failing event write inside "INIT" ends start-up the same way.
     ASSERT_EQ(PLAT_FaultInject("RUK_Ev_Write", 0, 1), 0u);

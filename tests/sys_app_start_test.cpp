@@ -11,53 +11,43 @@
 
 namespace {
 
-using zol::test::Eventually;
 using zol::test::g_appLog;
-using zol::test::MakeApp;
 using zol::test::RecordInit;
 
 // One test on purpose: start-up runs once per process.
 TEST(SysAppStartTest, InitsTasksChainAndWakeUpInOrder) {
     // Registered out of order; registry order is app 0..4 by priority. App 2 has no task, app 3 no init.
     static SYS_AppInfo apps[5];
-    MakeApp(&apps[0], 0, true, RecordInit<0>);
-    MakeApp(&apps[1], 1, true, RecordInit<1>);
-    MakeApp(&apps[2], 2, false, RecordInit<2>);
-    MakeApp(&apps[3], 3, true, nullptr);
-    MakeApp(&apps[4], 4, true, RecordInit<4>);
-    ASSERT_EQ(SYS_RegAppInfoPriority(&apps[4], 40), 0u);
-    ASSERT_EQ(SYS_RegAppInfoPriority(&apps[1], 10), 0u);
-    ASSERT_EQ(SYS_RegAppInfoPriority(&apps[3], 30), 0u);
-    ASSERT_EQ(SYS_RegAppInfoPriority(&apps[0], 0), 0u);
-    ASSERT_EQ(SYS_RegAppInfoPriority(&apps[2], 20), 0u);
-
+    const SYS_APP_INIT_PF inits[5] = {RecordInit<0>, RecordInit<1>, RecordInit<2>, nullptr, RecordInit<4>};
+    for (int app : {4, 1, 3, 0, 2}) {
+        zol::test::MakeApp(&apps[app], app, app != 2, inits[app]);
+        ASSERT_EQ(SYS_RegAppInfoPriority(&apps[app], 10u * app), 0u);
+    }
     zol::test::ImAgentCapture capture;
     ASSERT_EQ(SYS_StartApp(), 0u);
 
-    EXPECT_EQ(g_appLog.initOrder[0], 0);
-    EXPECT_EQ(g_appLog.initOrder[1], 1);
-    EXPECT_EQ(g_appLog.initOrder[2], 2); // initialised although it has no task
-    EXPECT_EQ(g_appLog.initOrder[4], 3);
-
-    // The chain: the tasks of apps 0, 1, 3, 4 in registry order, with the ids the descriptors got.
+    for (int app : {0, 1, 2, 4}) { // app 2 is initialised although it has no task
+        EXPECT_EQ(g_appLog.initOrder[app], app < 4 ? app + 1 : 4) << app;
+    }
+    // The chain: the tasks of apps 0, 1, 3, 4 in registry order, with the ids the descriptors got, each
+    // finishing its start-up after the one before.
     ASSERT_EQ(g_ulTaskLinkNum, 4u);
     const int chain[4] = {0, 1, 3, 4};
     for (int i = 0; i < 4; ++i) {
-        EXPECT_NE(apps[chain[i]].ulTaskId, 0u);
-        EXPECT_EQ(g_ulTaskLinkId[i], apps[chain[i]].ulTaskId) << i;
-        EXPECT_EQ(g_appLog.ownId[chain[i]].load(), apps[chain[i]].ulTaskId) << i;
-        EXPECT_EQ(g_appLog.readyOrder[chain[i]], i) << "tasks finish their start-up one after the other";
-        EXPECT_STREQ(RUK_GetTaskName(apps[chain[i]].ulTaskId), apps[chain[i]].szTaskName);
+        const SYS_AppInfo &app = apps[chain[i]];
+        EXPECT_NE(app.ulTaskId, 0u);
+        EXPECT_EQ(g_ulTaskLinkId[i], app.ulTaskId) << i;
+        EXPECT_EQ(g_appLog.ownId[chain[i]].load(), app.ulTaskId) << i;
+        EXPECT_EQ(g_appLog.readyOrder[chain[i]], i + 1) << i;
+        EXPECT_STREQ(RUK_GetTaskName(app.ulTaskId), app.szTaskName);
+        // Each task was sent to its successor; the last one to "INIT".
+        if (i < 3) {
+            EXPECT_EQ(g_appLog.successor[chain[i]].load(), apps[chain[i + 1]].ulTaskId) << i;
+        }
     }
     EXPECT_EQ(apps[2].ulTaskId, 0u);
-    EXPECT_EQ(g_appLog.readyOrder[2], -1);
-    // Each task was sent to its successor; the last one to a task that is none of them ("INIT").
-    EXPECT_EQ(g_appLog.successor[0].load(), apps[1].ulTaskId);
-    EXPECT_EQ(g_appLog.successor[1].load(), apps[3].ulTaskId);
-    EXPECT_EQ(g_appLog.successor[3].load(), apps[4].ulTaskId);
-    const u32 initId = g_appLog.successor[4].load();
-    EXPECT_NE(initId, 0u);
-    EXPECT_STREQ(RUK_GetTaskName(initId), "INIT");
+    EXPECT_EQ(g_appLog.readyOrder[2], 0);
+    EXPECT_STREQ(RUK_GetTaskName(g_appLog.successor[4].load()), "INIT");
 
     // Every ready notice is logged (never filtered), in chain order, with the task's name.
     const auto notices = capture.WithTag("JUX_GTFM");
@@ -72,7 +62,7 @@ TEST(SysAppStartTest, InitsTasksChainAndWakeUpInOrder) {
 
     // Every task gets the wake-up after SYS_StartApp has returned or about then.
     for (int app : chain) {
-        EXPECT_TRUE(Eventually([&] { return g_appLog.woken[app].load(); })) << "app " << app << " never woken";
+        EXPECT_TRUE(zol::test::Eventually([&] { return g_appLog.woken[app].load(); })) << "app " << app;
     }
     // Start-up is over: the last task's successor is no longer "INIT", and an unknown id has none.
     EXPECT_EQ(JUX_GetTaskFollowMe(apps[4].ulTaskId), 0u);

@@ -1,5 +1,5 @@
-// Tests of the exported hash table: bucket order with and without an order callback, look-up, removal,
-// the walk and the release of the whole table, and random sequences checked against a model.
+// The exported hash table: bucket order with and without an order callback, look-up, removal, the walk
+// and the release of the whole table, and random sequences checked against a model.
 #include <algorithm>
 #include <gtest/gtest.h>
 #include <random>
@@ -19,34 +19,31 @@ struct Elem {
     int serial; // distinguishes equal keys
 };
 
-int KeyOf(DllNode *n) {
-    return reinterpret_cast<Elem *>(n)->key;
-}
-int SerialOf(DllNode *n) {
-    return reinterpret_cast<Elem *>(n)->serial;
+Elem *E(DllNode *n) {
+    return reinterpret_cast<Elem *>(n);
 }
 
 int g_cmpCalls = 0;
 s32 CmpKey(const void *k, DllNode *n) {
     ++g_cmpCalls;
-    return KeyOf(n) == *static_cast<const int *>(k) ? 0 : 1;
+    return E(n)->key == *static_cast<const int *>(k) ? 0 : 1;
 }
 // Keeps a bucket ascending, equal keys in insertion order.
 u32 OrderAscending(DllNode *existing, const void *k) {
-    return KeyOf(existing) > *static_cast<const int *>(k) ? 1 : 0;
+    return E(existing)->key > *static_cast<const int *>(k) ? 1 : 0;
 }
 // A new node goes right after the first node with an equal key.
 u32 OrderAfterEqual(DllNode *existing, const void *k) {
-    return KeyOf(existing) == *static_cast<const int *>(k) ? 2 : 0;
+    return E(existing)->key == *static_cast<const int *>(k) ? 2 : 0;
 }
 
 std::vector<int> g_serials;
 u32 RecordSerial(DllNode *n) {
-    g_serials.push_back(SerialOf(n));
+    g_serials.push_back(E(n)->serial);
     return 1;
 }
 u32 ReleaseElem(DllNode *n) {
-    g_serials.push_back(SerialOf(n));
+    g_serials.push_back(E(n)->serial);
     n->next = n->prev = nullptr; // the element is the caller's; the table must not touch it afterwards
     return 0;
 }
@@ -83,7 +80,6 @@ TEST_F(HashTest, BucketOrderWithAndWithoutOrderCallback) {
     }
 }
 
-// Deleting absent nodes, look-ups and the walk order are covered by the random model below.
 TEST_F(HashTest, EmptyTablesAndCreationWithoutMemory) {
     HashTable *t = HASH_Create_Table(3, nullptr);
     ASSERT_NE(t, nullptr);

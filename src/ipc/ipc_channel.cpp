@@ -21,6 +21,15 @@ u32 IPC_ChanTblInit() {
     return IPC_OK;
 }
 
+IPC_CHAN_TRAFFIC_S IPC_ReadChanTraffic(u32 ulChanId) {
+    u64 aullCell[kTrafficCells] = {};
+    for (u32 i = 0; ulChanId < IPC_MAX_CHAN_NUM && i < kTrafficCells; ++i) {
+        aullCell[i] = IpcTraffic::Read(ulChanId * kTrafficCells + i);
+    }
+    return IPC_CHAN_TRAFFIC_S{static_cast<u32>(aullCell[0]), static_cast<u32>(aullCell[2]), aullCell[1], aullCell[3],
+                              static_cast<u32>(aullCell[4]), static_cast<u32>(aullCell[6]), aullCell[5], aullCell[7]};
+}
+
 void IPC_ChanTblDestroy() {
     if (g_pstIpcChanTbl != nullptr) {
         (void)ZOL_MemFree(g_pstIpcChanTbl, kFileIpc, __LINE__);

@@ -95,11 +95,12 @@ void IPC_ShowNodePacket(IpcText &stText, const IPC_NODE_S *pstNode) {
 
 void IPC_ShowChanLine(IpcText &stText, u32 ulChanId, const IPC_CHAN_S *pstChan) {
     // Sums in the counters' own widths: 32-bit sums wrap.
-    const u32 ulSendOk = IPC_StatRead(&pstChan->ulLocalSendNum) + IPC_StatRead(&pstChan->ulRemoteSendNum);
+    const IPC_CHAN_TRAFFIC_S stTraffic = IPC_ReadChanTraffic(ulChanId);
+    const u32 ulSendOk = stTraffic.ulLocalSendNum + stTraffic.ulRemoteSendNum;
     const u32 ulSendFail = IPC_StatRead(&pstChan->ulSendFailNum) + IPC_StatRead(&pstChan->ulRemoteSendFailNum);
-    const u32 ulRecvOk = IPC_StatRead(&pstChan->ulLocalRecvNum) + IPC_StatRead(&pstChan->ulRemoteRecvNum);
-    const u64 ullSendBytes = IPC_StatRead(&pstChan->ullLocalSendBytes) + IPC_StatRead(&pstChan->ullRemoteSendBytes);
-    const u64 ullRecvBytes = IPC_StatRead(&pstChan->ullLocalRecvBytes) + IPC_StatRead(&pstChan->ullRemoteRecvBytes);
+    const u32 ulRecvOk = stTraffic.ulLocalRecvNum + stTraffic.ulRemoteRecvNum;
+    const u64 ullSendBytes = stTraffic.ullLocalSendBytes + stTraffic.ullRemoteSendBytes;
+    const u64 ullRecvBytes = stTraffic.ullLocalRecvBytes + stTraffic.ullRemoteRecvBytes;
     IPC_PUT(stText, "\r\n%-10x %-7d %-8u  %-10u %-8u %-11lu %-11lu %-10u", g_ulIpcSelfNodeId, ulChanId, ulSendOk,
             ulSendFail, ulRecvOk, ullSendBytes, ullRecvBytes, IPC_StatRead(&pstChan->ulQueErrNum));
 }

@@ -57,15 +57,10 @@ u32 IPC_CheckMsgMemFlag(const IPC_MSG_HEAD_S *pstHead, u32 ulSrcChan, u32 ulDstC
     return IPC_ERR_MSG_OWNER;
 }
 
-void IPC_CountDelivery(IPC_CHAN_S *pstChan, u32 ulNotifyType, u8 ucKind, u32 ulLen) {
-    const bool bLocal = ucKind == 1;
-    if (ulNotifyType == IPC_NOTIFY_RECV) {
-        IPC_StatAdd(bLocal ? &pstChan->ulLocalRecvNum : &pstChan->ulRemoteRecvNum, 1u);
-        IPC_StatAdd(bLocal ? &pstChan->ullLocalRecvBytes : &pstChan->ullRemoteRecvBytes, static_cast<u64>(ulLen));
-    } else {
-        IPC_StatAdd(bLocal ? &pstChan->ulLocalSendNum : &pstChan->ulRemoteSendNum, 1u);
-        IPC_StatAdd(bLocal ? &pstChan->ullLocalSendBytes : &pstChan->ullRemoteSendBytes, static_cast<u64>(ulLen));
-    }
+void IPC_CountDelivery(u32 ulChanId, u32 ulNotifyType, u8 ucKind, u32 ulLen) {
+    const u32 ulCell = ulChanId * kTrafficCells + (ucKind == 1 ? 0u : 4u) + (ulNotifyType == IPC_NOTIFY_RECV ? 0u : 2u);
+    IpcTraffic::Add(ulCell, 1u);
+    IpcTraffic::Add(ulCell + 1, ulLen);
 }
 
 // Queue mode: the owner's queue gets {kind, message, length, 0}. On failure the message is lost (released).
@@ -102,12 +97,11 @@ void IPC_NotifyChan(IPC_CHAN_S *pstChan, IPC_MSG_HEAD_S *pstHead, u32 ulNotifyTy
     } else if (!IPC_NotifyQueue(pstChan, ulNotifyType, pPayload, stRoute.ulMsgLen)) {
         return;
     }
-    IPC_CHAN_S *pstOwn = IPC_GetChanRegCtrl(ulOwnChan);
-    if (pstOwn == nullptr) {
+    if (IPC_GetChanRegCtrl(ulOwnChan) == nullptr) {
         IPC_AddErrStat(IPC_NOTIFY_CB_NULL);
         return;
     }
-    IPC_CountDelivery(pstOwn, ulNotifyType, ucKind, stRoute.ulMsgLen);
+    IPC_CountDelivery(ulOwnChan, ulNotifyType, ucKind, stRoute.ulMsgLen);
 }
 
 u32 IPC_Send2SelfNode(IPC_MSG_HEAD_S *pstHead, u32 ulFlag) {

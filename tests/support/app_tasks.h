@@ -15,26 +15,18 @@
 
 namespace zol::test {
 
-constexpr int kMaxApps = 16;
+constexpr int kMaxApps = 8;
 
-// What the tasks and initialisations saw, in order; written by several threads, hence atomics.
+// What the tasks and initialisations saw, written by several threads. Orders count from 1, 0 is never.
 struct AppLog {
-    std::atomic<int> initOrder[kMaxApps];  // position at which app i's initialisation ran, -1 if never
-    std::atomic<int> readyOrder[kMaxApps]; // position at which task i finished its start-up
+    std::atomic<int> initOrder[kMaxApps];  // when app i's initialisation ran
+    std::atomic<int> readyOrder[kMaxApps]; // when task i finished its start-up
     std::atomic<u32> successor[kMaxApps];  // what JUX_GetTaskFollowMe told task i
     std::atomic<u32> ownId[kMaxApps];      // the id task i runs under
     std::atomic<bool> woken[kMaxApps];     // task i received the final wake-up
-    std::atomic<int> inits{0}, readies{0};
-    AppLog() {
-        for (int i = 0; i < kMaxApps; ++i) {
-            initOrder[i] = readyOrder[i] = -1;
-            successor[i] = ownId[i] = 0;
-            woken[i] = false;
-        }
-    }
+    std::atomic<int> inits, readies;
 };
-
-inline AppLog g_appLog;
+inline AppLog g_appLog; // static storage: all zero
 
 // A well-behaved application task: waits for its turn, finishes its start-up, passes the event on, then
 // waits for the wake-up. The first argument word is the application's number.
@@ -45,26 +37,21 @@ inline void AppTaskBody(uintptr_t app, uintptr_t, uintptr_t, uintptr_t) {
     }
     const u32 self = RUK_TaskCurrentIdGet();
     g_appLog.ownId[app] = self;
-    g_appLog.readyOrder[app] = g_appLog.readies++;
-    const u32 next = JUX_GetTaskFollowMe(self);
-    g_appLog.successor[app] = next;
-    (void)RUK_Ev_Write(next, SYS_APP_EVENT);
-    if (RUK_Ev_Read(SYS_APP_EVENT, &got, RUK_WAIT, 0) == RUK_OK) {
-        g_appLog.woken[app] = true;
-    }
+    g_appLog.readyOrder[app] = ++g_appLog.readies;
+    g_appLog.successor[app] = JUX_GetTaskFollowMe(self);
+    (void)RUK_Ev_Write(g_appLog.successor[app], SYS_APP_EVENT);
+    g_appLog.woken[app] = RUK_Ev_Read(SYS_APP_EVENT, &got, RUK_WAIT, 0) == RUK_OK;
 }
 
 template <int N>
 u32 RecordInit() {
-    g_appLog.initOrder[N] = g_appLog.inits++;
+    g_appLog.initOrder[N] = ++g_appLog.inits;
     return 0;
 }
+inline constexpr SYS_APP_INIT_PF kRecordInit[kMaxApps] = {RecordInit<0>, RecordInit<1>, RecordInit<2>, RecordInit<3>,
+                                                          RecordInit<4>, RecordInit<5>, RecordInit<6>, RecordInit<7>};
 
-// The recording initialisation of applications 0..7.
-inline constexpr SYS_APP_INIT_PF kRecordInit[] = {RecordInit<0>, RecordInit<1>, RecordInit<2>, RecordInit<3>,
-                                                  RecordInit<4>, RecordInit<5>, RecordInit<6>, RecordInit<7>};
-
-// A descriptor for application `app` with or without a task and an initialisation.
+// A descriptor for application `app` named "APnn", with or without a task and an initialisation.
 inline void MakeApp(SYS_AppInfo *info, int app, bool withTask, SYS_APP_INIT_PF init) {
     *info = SYS_AppInfo{};
     info->pfnTaskEntry = withTask ? AppTaskBody : nullptr;

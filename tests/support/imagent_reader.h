@@ -1,6 +1,6 @@
-// Reads back what the stand-in information-model agent wrote: one line per sent object,
-// {"logId":<n>,"params":[...]}, texts as strings (escaping only '"', '\' and control bytes as \u00XX)
-// and 32-bit values as numbers. ImAgentCapture points the agent at a file of its own for one test.
+// Reads back what the stand-in information-model agent wrote: one line per object,
+// {"logId":<n>,"params":[...]}, texts as strings (only '"', '\' and control bytes escaped, the latter as
+// \u00XX) and 32-bit values as numbers. ImAgentCapture points the agent at a file of its own for one test.
 #ifndef ZOL_TEST_IMAGENT_READER_H
 #define ZOL_TEST_IMAGENT_READER_H
 
@@ -16,83 +16,61 @@
 
 namespace zol::test {
 
-using ImParam = std::variant<std::string, uint32_t>;
-
-// Index of the first text of the record's own in the parameters: slot, CPU, process and thread come first.
+// Index of a record's first own text: slot, CPU, process and thread come first.
 constexpr size_t kImFirstText = 4;
 
 struct ImRecord {
     uint32_t logId = 0;
-    std::vector<ImParam> params;
+    std::vector<std::variant<std::string, uint32_t>> params;
 
     // The text at i, or "" when there is none (a failed expectation shows which).
     std::string Text(size_t i) const {
-        return i < params.size() && params[i].index() == 0 ? std::get<std::string>(params[i]) : std::string();
+        return i < params.size() && params[i].index() == 0 ? std::get<0>(params[i]) : "";
     }
     std::optional<uint32_t> Value(size_t i) const {
-        return i < params.size() && params[i].index() == 1 ? std::optional(std::get<uint32_t>(params[i]))
-                                                           : std::nullopt;
+        return i < params.size() && params[i].index() == 1 ? std::optional(std::get<1>(params[i])) : std::nullopt;
     }
-    // The formatted text, last parameter of every record of the log writer.
+    // The formatted text is the last parameter of every record of the log writer; the tag the first own text.
     std::string Formatted() const { return params.empty() ? std::string() : Text(params.size() - 1); }
-    // The first text of the record's own, the tag by convention.
     std::string Tag() const { return Text(kImFirstText); }
 };
 
 // Parses one line of the agent's exact format; false on anything else, so a change of the format shows.
 inline bool ParseImRecord(const std::string &line, ImRecord *out) {
     *out = ImRecord();
-    const char *p = line.c_str();
     char *end = nullptr;
     if (line.rfind("{\"logId\":", 0) != 0) {
         return false;
     }
-    out->logId = static_cast<uint32_t>(std::strtoul(p + 9, &end, 10));
+    out->logId = static_cast<uint32_t>(std::strtoul(line.c_str() + 9, &end, 10));
     if (std::string(end).rfind(",\"params\":[", 0) != 0) {
         return false;
     }
-    p = end + 11;
-    while (*p != ']') {
-        if (*p == '"') {
-            std::string text;
-            for (++p; *p != '"'; ++p) {
-                if (*p == '\0') {
-                    return false;
-                }
-                if (*p == '\\' && p[1] == 'u') {
-                    text.push_back(static_cast<char>(std::strtoul(std::string(p + 2, 4).c_str(), nullptr, 16)));
-                    p += 5;
-                } else {
-                    text.push_back(*p == '\\' ? *++p : *p);
-                }
-            }
-            out->params.emplace_back(std::move(text));
-            ++p;
-        } else {
+    const char *p = end + 11;
+    for (; *p != ']'; p += (*p == ',') ? 1 : 0) {
+        if (*p != '"') {
             out->params.emplace_back(static_cast<uint32_t>(std::strtoul(p, &end, 10)));
             if (end == p) {
                 return false;
             }
             p = end;
+            continue;
         }
-        p += (*p == ',') ? 1 : 0;
+        std::string text;
+        for (++p; *p != '"'; ++p) {
+            if (*p == '\0') {
+                return false;
+            } else if (*p == '\\' && p[1] == 'u') {
+                text.push_back(static_cast<char>(std::strtoul(std::string(p + 2, 4).c_str(), nullptr, 16)));
+                p += 5;
+            } else {
+                text.push_back(*p == '\\' ? *++p : *p);
+            }
+        }
+        out->params.emplace_back(std::move(text));
+        ++p;
     }
     return std::string(p) == "]}";
-}
-
-// Every record of the file, in order; a line that does not parse fails the current test.
-inline std::vector<ImRecord> ReadImRecords(const std::string &path) {
-    std::vector<ImRecord> records;
-    std::ifstream in(path);
-    for (std::string line; std::getline(in, line);) {
-        ImRecord record;
-        if (ParseImRecord(line, &record)) {
-            records.push_back(std::move(record));
-        } else if (!line.empty()) {
-            ADD_FAILURE() << "not a record of the agent: " << line;
-        }
-    }
-    return records;
 }
 
 // The records whose tag (first own text) is the given one.
@@ -126,8 +104,20 @@ class ImAgentCapture {
     ImAgentCapture(const ImAgentCapture &) = delete;
     ImAgentCapture &operator=(const ImAgentCapture &) = delete;
 
-    const std::string &Path() const { return path_; }
-    std::vector<ImRecord> Records() const { return ReadImRecords(path_); }
+    // Every record of the file, in order; a line that does not parse fails the current test.
+    std::vector<ImRecord> Records() const {
+        std::vector<ImRecord> records(1);
+        std::ifstream in(path_);
+        for (std::string line; std::getline(in, line);) {
+            if (ParseImRecord(line, &records.back())) {
+                records.emplace_back();
+            } else if (!line.empty()) {
+                ADD_FAILURE() << "not a record of the agent: " << line;
+            }
+        }
+        records.pop_back();
+        return records;
+    }
     std::vector<ImRecord> WithTag(const std::string &tag) const { return RecordsWithTag(Records(), tag); }
     // Forgets what was written so far.
     void Clear() const { std::ofstream(path_, std::ios::trunc).close(); }
