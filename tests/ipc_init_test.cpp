@@ -68,14 +68,10 @@ TEST_F(IpcInitTest, RefusedOrFailedInitKeepsNothingAndMayBeRepeated) {
     for (u32 skip = 0; skip < 7; skip++) {
         ASSERT_EQ(PLAT_FaultInject("RUK_MemAlloc_F", skip, 1), 0u);
         EXPECT_EQ(IPC_Init(kSelf), IPC_ERR_NO_MEMORY) << "allocation " << skip;
-        EXPECT_EQ(g_ppstIpcNodeTbl, nullptr);
-        EXPECT_EQ(g_pstIpcGroupBitmap, nullptr);
-        EXPECT_EQ(g_pstIpcChanTbl, nullptr);
-        EXPECT_EQ(g_pstIpcReserveMsg, nullptr);
+        EXPECT_TRUE(!g_ppstIpcNodeTbl && !g_pstIpcGroupBitmap && !g_pstIpcChanTbl && !g_pstIpcReserveMsg) << skip;
         u64 blocks = 0, bytes = 0;
         PLAT_MemStats(handle_, &blocks, &bytes);
-        EXPECT_EQ(blocks, startBlocks_) << "allocation " << skip;
-        EXPECT_EQ(bytes, startBytes_) << "allocation " << skip;
+        EXPECT_TRUE(blocks == startBlocks_ && bytes == startBytes_) << "allocation " << skip;
     }
     PLAT_FaultClear();
     // The own id is kept from the attempt.

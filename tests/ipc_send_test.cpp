@@ -41,6 +41,12 @@ IPC_CHAN_TRAFFIC_S Traffic(u32 id) {
     return IPC_ReadChanTraffic(id);
 }
 
+// The header's routing fields and length as stored: source and destination node and channel, length.
+std::vector<u32> Fields(void *msg) {
+    const IPC_MSG_HEAD_S *h = MsgHead(msg);
+    return {h->ulSrcNodeId, h->ulDstNodeId, h->usSrcChanId, h->usDstChanId, h->ulMsgLen};
+}
+
 // One hand-over seen by a callback: its arguments but the message, then the header as the receiver read it.
 struct Delivery {
     std::vector<u32> args, header;
@@ -51,11 +57,9 @@ std::vector<Delivery> g_seen;
 
 u32 RecordingCallback(u32 type, u32 own, u32 peerNode, u32 peerChan, void *msg, u32 len) {
     const auto *bytes = static_cast<const u8 *>(msg);
-    g_seen.push_back(Delivery{{type, own, peerNode, peerChan, len},
-                              {IPC_GetSrcNodeId(msg), IPC_GetDstNodeId(msg), IPC_GetSrcChanId(msg),
-                               IPC_GetDstChanId(msg), MsgHead(msg)->ulMsgLen, MsgHead(msg)->ucMemFlag},
-                              msg,
-                              std::vector<u8>(bytes, bytes + len)});
+    std::vector<u32> header = Fields(msg);
+    header.push_back(MsgHead(msg)->ucMemFlag);
+    g_seen.push_back(Delivery{{type, own, peerNode, peerChan, len}, header, msg, std::vector<u8>(bytes, bytes + len)});
     IPC_FreeMsg(msg);
     return 0;
 }
@@ -211,11 +215,7 @@ TEST_F(IpcSendTest, FailuresAfterTheHeaderFillCountOnTheSourceChannel) {
     const IPC_MSG_HEAD_S *head = MsgHead(msg);
     EXPECT_EQ(head->ucMemFlag, IPC_MEM_USED);
     EXPECT_EQ(head->ucSendFlag, 1u);
-    EXPECT_EQ(head->ulSrcNodeId, htonl(kSelf));
-    EXPECT_EQ(head->ulDstNodeId, htonl(kOtherNode));
-    EXPECT_EQ(head->usSrcChanId, htons(15));
-    EXPECT_EQ(head->usDstChanId, htons(16));
-    EXPECT_EQ(head->ulMsgLen, htonl(kLen));
+    EXPECT_EQ(Fields(msg), (std::vector<u32>{htonl(kSelf), htonl(kOtherNode), htons(15), htons(16), htonl(kLen)}));
     EXPECT_EQ(Chan(15).ulSendFailNum, 1u);
 
     EXPECT_EQ(IPC_Send(15, kSelf, 46, 0, msg, kLen), IPC_ERR_CHAN_NOT_REG);
@@ -281,15 +281,12 @@ TEST_F(IpcSendTest, QueueDeliveryWritesRecordsTheReaderOwns) {
     void *copy = RecMsg();
     EXPECT_EQ(std::vector<u64>(rec_, rec_ + 4), (std::vector<u64>{IPC_NOTIFY_RECV, rec_[1], kLen, 0}));
     ASSERT_NE(copy, msg);
-    EXPECT_EQ(IPC_GetSrcNodeId(copy), kSelf);
-    EXPECT_EQ(IPC_GetSrcChanId(copy), 10u);
-    EXPECT_EQ(IPC_GetDstChanId(copy), 11u);
-    EXPECT_EQ(MsgHead(copy)->ulMsgLen, kLen);
+    EXPECT_EQ(Fields(copy), (std::vector<u32>{kSelf, kSelf, 10, 11, kLen}));
     EXPECT_EQ(memcmp(copy, msg, kLen), 0);
     ASSERT_EQ(Take(srcQue), RUK_OK);
     EXPECT_EQ(std::vector<u64>(rec_, rec_ + 4),
               (std::vector<u64>{IPC_NOTIFY_SEND_FINISH, reinterpret_cast<uintptr_t>(msg), kLen, 0}));
-    EXPECT_EQ(IPC_GetDstNodeId(msg), kSelf);
+    EXPECT_EQ(Fields(msg), Fields(copy)) << "handed back in host order too";
     EXPECT_EQ(Take(srcQue), RUK_ERR_EMPTY);
     EXPECT_EQ(Take(dstQue), RUK_ERR_EMPTY);
     EXPECT_EQ(Traffic(11).ulLocalRecvNum, 1u);

@@ -24,8 +24,7 @@ TEST_F(MbufEditTest, CutsAtDescriptorBoundaries) {
             }
             EXPECT_EQ(Flat(c), model) << off << "+" << len;
             EXPECT_EQ(c->dataBlockCount, 4u);
-            ExpectSound({c});
-            MBUF_Destroy(c);
+            ExpectSoundThenDestroy({c});
         }
     }
     MBUF *m = Chain({100, 200, 300});
@@ -44,8 +43,7 @@ TEST_F(MbufEditTest, CutsAtDescriptorBoundaries) {
     ASSERT_EQ(MBUF_CutAndFreeHead(two, 200), 0u);
     EXPECT_EQ(Lengths(two), (std::vector<u16>{0}));
     EXPECT_EQ(MBUF_CutAndFreeHead(two, 1), 1u);
-    ExpectSound({two});
-    MBUF_Destroy(two);
+    ExpectSoundThenDestroy({two});
     MBUF *head = Chain({100, 200, 300});
     MBUF_CutHeadInMultiDataBlock(head, 150); // keeps the emptied descriptor
     EXPECT_EQ(Lengths(head), (std::vector<u16>{0, 150, 300}));
@@ -67,9 +65,7 @@ TEST_F(MbufEditTest, FailedConcatenationsLeaveBothBuffers) {
     EXPECT_EQ(Take(other), otherBefore);
     EXPECT_EQ(MBUF_Concatenate(dst, nullptr, kMod), 1u);
     EXPECT_EQ(MBUF_NeatConcatenate(dst, other, nullptr, kMod), 1u);
-    ExpectSound({dst, other});
-    MBUF_Destroy(other);
-    MBUF_Destroy(dst);
+    ExpectSoundThenDestroy({dst, other});
 }
 
 TEST_F(MbufEditTest, NeatConcatenateFoldsSmallPiecesIntoUnsharedTailRoom) {
@@ -95,9 +91,7 @@ TEST_F(MbufEditTest, NeatConcatenateFoldsSmallPiecesIntoUnsharedTailRoom) {
     MBUF *more = Chain({5}, 100, 6);
     ASSERT_EQ(MBUF_NeatConcatenate(dst, more, &last, kMod), 0u);
     EXPECT_EQ(Lengths(dst), (std::vector<u16>{100, 300, 500, 10, 90, 5}));
-    ExpectSound({dst, lastRef});
-    MBUF_Destroy(lastRef);
-    MBUF_Destroy(dst);
+    ExpectSoundThenDestroy({dst, lastRef});
 }
 
 TEST_F(MbufEditTest, FragmentSharesTheCutBlockOnlyInsideIt) {
@@ -112,9 +106,7 @@ TEST_F(MbufEditTest, FragmentSharesTheCutBlockOnlyInsideIt) {
         EXPECT_EQ(rest->controlInfo[0], off == 600 ? 0 : 0x21) << off; // the end gives a fresh buffer
         const bool inside = off != 100 && off != 300 && off != 600;
         EXPECT_EQ(RefCount(rest->firstDescriptor.dataBlock) == 2, inside) << off;
-        ExpectSound({m, rest});
-        MBUF_Destroy(rest);
-        MBUF_Destroy(m);
+        ExpectSoundThenDestroy({m, rest});
     }
     MBUF *m = Chain({100});
     EXPECT_EQ(MBUF_Fragment(m, 101, kMod), nullptr);
@@ -130,8 +122,7 @@ TEST_F(MbufEditTest, FragmentSharesTheCutBlockOnlyInsideIt) {
     EXPECT_EQ(MBUF_Fragment(m, 20, kMod), nullptr);
     PLAT_FaultClear();
     EXPECT_EQ(Take(m), before);
-    ExpectSound({m});
-    MBUF_Destroy(m);
+    ExpectSoundThenDestroy({m});
 }
 
 TEST_F(MbufEditTest, PullUpMakesTheHeadContiguous) {
@@ -177,8 +168,7 @@ TEST_F(MbufEditTest, CompressGathersIntoSizedBlocks) {
         ASSERT_EQ(MBUF_Compress(m, 1, kMod), 0u);
         EXPECT_EQ(m->firstDescriptor.blockSize, c.blockSize);
         EXPECT_EQ(Flat(m), flat);
-        ExpectSound({m});
-        MBUF_Destroy(m);
+        ExpectSoundThenDestroy({m});
     }
     MBUF *m = Chain({100, 200, 300, 400, 500});
     const Bytes flat = Flat(m);
@@ -205,8 +195,7 @@ TEST_F(MbufEditTest, CompressGathersIntoSizedBlocks) {
     EXPECT_EQ(Take(large), largeBefore);
     ASSERT_EQ(MBUF_Compress(large, 10, kMod), 0u);
     EXPECT_EQ(Flat(large), src);
-    ExpectSound({large});
-    MBUF_Destroy(large);
+    ExpectSoundThenDestroy({large});
 }
 
 TEST_F(MbufEditTest, AppendPrefersUnsharedTailRoomAndPrependAddsABlockInFront) {
@@ -225,9 +214,7 @@ TEST_F(MbufEditTest, AppendPrefersUnsharedTailRoomAndPrependAddsABlockInFront) {
     EXPECT_EQ(m->dataBlockCount, 3u);
     SweepAllocFailures([&] { return MBUF_AppendMemorySpace(m, 2048, kMod) != nullptr; }, m);
     EXPECT_EQ(Lengths(m), (std::vector<u16>{200, 100, 100, 2048}));
-    ExpectSound({m, ref});
-    MBUF_Destroy(ref);
-    MBUF_Destroy(m);
+    ExpectSoundThenDestroy({m, ref});
 
     MBUF *p = Chain({100});
     const Bytes model = Flat(p);
@@ -239,8 +226,7 @@ TEST_F(MbufEditTest, AppendPrefersUnsharedTailRoomAndPrependAddsABlockInFront) {
     EXPECT_EQ(MBUF_PrependDataBlock(p, 2049, kMod), 1u);
     ASSERT_EQ(MBUF_PrependDataBlock(p, 2048, kMod), 0u);
     EXPECT_EQ(p->firstDescriptor.data, p->firstDescriptor.dataBlock);
-    ExpectSound({p});
-    MBUF_Destroy(p);
+    ExpectSoundThenDestroy({p});
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 // each buffer checked against its flat-byte model and the whole pool against the chain invariant (exact
 // reference counts) after every step; some steps run with an allocation failure injected, and an
 // all-or-nothing operation that fails must leave its buffer as it was.
+#include <functional>
 #include <random>
 
 #include "zol_mbuf.h"
@@ -50,9 +51,10 @@ class Sim {
     // Ops 2 to 12; 0 and 1 create buffers.
     void Run(size_t i) {
         using Op = void (Sim::*)(size_t);
-        static const Op kOps[] = {&Sim::Destroy, &Sim::Write,  &Sim::Copy,     &Sim::Copy, &Sim::Join, &Sim::Fragment,
-                                  &Sim::Cut,     &Sim::PullUp, &Sim::Compress, &Sim::Grow, &Sim::Grow};
-        (this->*kOps[op_ - 2])(i);
+        static constexpr Op kOps[] = {&Sim::Destroy,  &Sim::Write,    &Sim::Copy, &Sim::Copy,
+                                      &Sim::Join,     &Sim::Fragment, &Sim::Cut,  &Sim::PullUp,
+                                      &Sim::Compress, &Sim::Grow,     &Sim::Grow};
+        std::invoke(kOps[op_ - 2], this, i);
     }
     u32 Rand(u32 n) { return n == 0 ? 0 : static_cast<u32>(rng_() % n); }
     u32 Total(size_t i) const { return bufs_[i]->totalDataLength; }

@@ -52,8 +52,7 @@ TEST_F(MbufTest, CreateByCopyBufferLayout) {
         EXPECT_EQ(Lengths(m), c.lengths) << c.head;
         EXPECT_EQ(m->firstDescriptor.data, m->firstDescriptor.dataBlock + std::min<u32>(c.head, 2048));
         EXPECT_EQ(Flat(m), Bytes(src.begin(), src.begin() + c.len));
-        ExpectSound({m});
-        MBUF_Destroy(m);
+        ExpectSoundThenDestroy({m});
     }
     EXPECT_EQ(MBUF_CreateByCopyBuffer(0, 0, nullptr, kType, kMod), nullptr);
     EXPECT_EQ(MBUF_CreateByCopyBuffer(2049, 1, src.data(), kType, kMod), nullptr);
@@ -119,10 +118,7 @@ TEST_F(MbufTest, WritePastTheEndUsesUnsharedTailRoomThenNewBlocks) {
     ASSERT_EQ(MBUF_CopyDataFromBufferToMBuf(shared, 100, 150, src.data(), kMod), 0u);
     EXPECT_EQ(Lengths(shared), (std::vector<u16>{100, 150}));
     EXPECT_EQ(tail[49], 0x5A);
-    ExpectSound({m, shared, ref});
-    for (MBUF *b : {m, shared, ref}) {
-        MBUF_Destroy(b);
-    }
+    ExpectSoundThenDestroy({m, shared, ref});
 }
 
 // When a block cannot be appended the blocks this write added go away, the chain ends where it ended
@@ -194,11 +190,8 @@ TEST_F(MbufTest, ReferenceCopySharesBlocksThatOutliveTheSource) {
     EXPECT_EQ(inner->firstDescriptor.data[0], 0xEE);
     const Bytes flat = Flat(m);
     EXPECT_EQ(MBUF_Destroy(m), 0u);
-    ExpectSound({inner, span, none});
     EXPECT_EQ(Flat(span), Bytes(flat.begin() + 100, flat.end()));
-    for (MBUF *b : {inner, span, none}) {
-        MBUF_Destroy(b);
-    }
+    ExpectSoundThenDestroy({inner, span, none});
 }
 
 TEST_F(MbufTest, FailedCopiesLeaveTheSourceAndNoReference) {

