@@ -220,13 +220,18 @@ extern "C" u32 RUK_MemFree_F(u32 ulHandle, void *pBlock, const char *pcFile, u32
     plat::ThreadStats *stats = t.stats;
     if (PLAT_LIKELY(!plat::FaultsPending() && stats != nullptr)) {
         plat::BlockHeader *block = plat::g_arena.BlockAt(pBlock);
-        if (PLAT_LIKELY(block != nullptr) &&
-            PLAT_LIKELY(block->state.load(std::memory_order_acquire) == plat::kStateSingle)) {
+        u64 state = block != nullptr ? block->state.load(std::memory_order_acquire) : 0;
+        if (PLAT_LIKELY(state == plat::kStateSingle)) {
             // The caller holds the only reference, so nobody else may touch the state: no locked update.
             block->state.store(plat::kStateFree, std::memory_order_release);
             plat::Account(stats, block->handle, ~u64{0}, u64{0} - block->size);
             PLAT_POISON(plat::Payload(block), plat::Capacity(block->cls));
             plat::CacheBlock(t, block);
+            return RUK_OK;
+        }
+        // A shared block loses one reference and stays; the slow path handles whatever else raced in.
+        if (plat::MagicOf(state) == plat::kMagicLive && plat::RefsOf(state) > 1 &&
+            block->state.compare_exchange_strong(state, state - plat::kOneRef, std::memory_order_acq_rel)) {
             return RUK_OK;
         }
     }

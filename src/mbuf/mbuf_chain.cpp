@@ -65,6 +65,12 @@ __attribute__((optimize("no-tree-loop-distribute-patterns"))) void PresetControl
     std::memcpy(mbuf->controlInfo + MBUF_CONTROL_WORD_B_OFFSET, &b, sizeof b);
 }
 
+__attribute__((optimize("no-tree-loop-distribute-patterns"))) void CopyControlArea(MBUF *to, const MBUF *from) {
+    for (size_t i = 0; i < sizeof to->controlInfo; i += sizeof(Chunk16)) {
+        *reinterpret_cast<Chunk16 *>(to->controlInfo + i) = *reinterpret_cast<const Chunk16 *>(from->controlInfo + i);
+    }
+}
+
 bool BlockUnshared(const DataBlockDescriptor *d) {
     u32 count = 0;
     return RUK_MemRefGet(d->dataBlock, &count) == 0 && count == 1;

@@ -140,9 +140,9 @@ ZOL_EXPORT MBUF *MBUF_ReferenceCopy(MBUF *src, u32 offset, u32 length, u32 modul
     }
     result->reserved0 = 0;
     result->totalDataLength = length;
-    DataBlockDescriptor *d = nullptr;
-    if (CopyControlInfo(result, src) != 0 || (d = LocateStrict(src, &offset, nullptr)) == nullptr ||
-        !ReferenceChain(result, d, offset, length, moduleId)) {
+    CopyControlArea(result, src); // two whole headers: a plain copy cannot fail
+    DataBlockDescriptor *d = LocateStrict(src, &offset, nullptr);
+    if (d == nullptr || !ReferenceChain(result, d, offset, length, moduleId)) {
         Release(result, __LINE__);
         return nullptr;
     }

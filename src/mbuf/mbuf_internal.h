@@ -56,6 +56,9 @@ u32 ReleaseChain(DataBlockDescriptor *d, u32 line);
 // Clears the control area and sets its two preset words.
 void PresetControlInfo(MBUF *mbuf);
 
+// Copies the whole control area between two distinct headers (plain stores, like the clear above).
+void CopyControlArea(MBUF *to, const MBUF *from);
+
 // True only when the platform reports exactly one reference on d's block; a failed query means shared.
 bool BlockUnshared(const DataBlockDescriptor *d);
 
