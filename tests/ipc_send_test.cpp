@@ -34,11 +34,12 @@ class IpcEnv : public ::testing::Environment {
 };
 const auto *const g_env = ::testing::AddGlobalTestEnvironment(new IpcEnv);
 
-IPC_CHAN_S &Chan(u32 id) {
-    return g_pstIpcChanTbl[id];
-}
-IPC_CHAN_TRAFFIC_S Traffic(u32 id) {
-    return IPC_ReadChanTraffic(id);
+const auto Chan = [](u32 id) -> IPC_CHAN_S & { return g_pstIpcChanTbl[id]; };
+const auto Traffic = IPC_ReadChanTraffic;
+// A channel's local counts: received, bytes received, sent, bytes sent.
+std::vector<u64> Local(u32 id) {
+    const IPC_CHAN_TRAFFIC_S t = Traffic(id);
+    return {t.ulLocalRecvNum, t.ullLocalRecvBytes, t.ulLocalSendNum, t.ullLocalSendBytes};
 }
 
 // The header's routing fields and length as stored: source and destination node and channel, length.
@@ -252,11 +253,9 @@ TEST_F(IpcSendTest, CallbackDeliveryThenHandBackWithHostOrderHeaders) {
     for (const Delivery &d : g_seen) {
         EXPECT_EQ(d.header, (std::vector<u32>{kSelf, kSelf, 3, 4, 50, IPC_MEM_USED}));
     }
-    EXPECT_EQ(Traffic(4).ulLocalRecvNum, 1u);
-    EXPECT_EQ(Traffic(4).ullLocalRecvBytes, 50u);
-    EXPECT_EQ(Traffic(3).ulLocalSendNum, 1u);
-    EXPECT_EQ(Traffic(3).ullLocalSendBytes, 50u);
-    EXPECT_EQ(Traffic(3).ulLocalRecvNum + Traffic(4).ulLocalSendNum + Traffic(3).ulRemoteSendNum + Traffic(4).ulRemoteRecvNum, 0u);
+    EXPECT_EQ(Local(4), (std::vector<u64>{1, 50, 0, 0}));
+    EXPECT_EQ(Local(3), (std::vector<u64>{0, 0, 1, 50}));
+    EXPECT_EQ(Traffic(3).ulRemoteSendNum + Traffic(4).ulRemoteRecvNum, 0u);
 
     // With the synchronous flag only the receiver is called; the sender keeps its message.
     g_seen.clear();
@@ -265,8 +264,8 @@ TEST_F(IpcSendTest, CallbackDeliveryThenHandBackWithHostOrderHeaders) {
     ASSERT_EQ(g_seen.size(), 1u);
     EXPECT_EQ(g_seen[0].args[0], IPC_NOTIFY_RECV);
     EXPECT_EQ(MsgHead(msg)->ucMemFlag, IPC_MEM_USED);
-    EXPECT_EQ(Traffic(4).ulLocalRecvNum, 2u);
-    EXPECT_EQ(Traffic(3).ulLocalSendNum, 1u);
+    EXPECT_EQ(Local(4), (std::vector<u64>{2, 50 + kLen, 0, 0}));
+    EXPECT_EQ(Local(3), (std::vector<u64>{0, 0, 1, 50}));
     IPC_FreeMsg(msg);
 }
 
@@ -289,8 +288,8 @@ TEST_F(IpcSendTest, QueueDeliveryWritesRecordsTheReaderOwns) {
     EXPECT_EQ(Fields(msg), Fields(copy)) << "handed back in host order too";
     EXPECT_EQ(Take(srcQue), RUK_ERR_EMPTY);
     EXPECT_EQ(Take(dstQue), RUK_ERR_EMPTY);
-    EXPECT_EQ(Traffic(11).ulLocalRecvNum, 1u);
-    EXPECT_EQ(Traffic(10).ulLocalSendNum, 1u);
+    EXPECT_EQ(Local(11), (std::vector<u64>{1, kLen, 0, 0}));
+    EXPECT_EQ(Local(10), (std::vector<u64>{0, 0, 1, kLen}));
     IPC_FreeMsg(copy);
     IPC_FreeMsg(msg);
 }
@@ -316,8 +315,8 @@ TEST_F(IpcSendTest, InjectedFailuresAreCountedAndLeakNothing) {
     EXPECT_EQ(Take(dstQue), RUK_ERR_EMPTY);
     ASSERT_EQ(g_seen.size(), 1u);
     EXPECT_EQ(g_seen[0].args[0], IPC_NOTIFY_SEND_FINISH);
-    EXPECT_EQ(Traffic(13).ulLocalRecvNum, 0u);
-    EXPECT_EQ(Traffic(12).ulLocalSendNum, 1u);
+    EXPECT_EQ(Local(13)[0], 0u);
+    EXPECT_EQ(Local(12)[2], 1u);
 
     // The hand-back record is refused: the sent message is dropped, the receiver has its copy.
     ASSERT_EQ(PLAT_FaultInject("RUK_Que_Write", 1, 1), 0u);
@@ -326,13 +325,12 @@ TEST_F(IpcSendTest, InjectedFailuresAreCountedAndLeakNothing) {
     EXPECT_EQ(Take(srcQue), RUK_ERR_EMPTY);
     ASSERT_EQ(Take(dstQue), RUK_OK);
     IPC_FreeMsg(RecMsg());
-    EXPECT_EQ(Traffic(13).ulLocalRecvNum, 1u);
-    EXPECT_EQ(Traffic(14).ulLocalSendNum, 0u);
+    EXPECT_EQ(Local(13)[0], 1u);
+    EXPECT_EQ(Local(14)[2], 0u);
     EXPECT_EQ(Chan(14).ulSendFailNum, 0u);
 }
 
-std::atomic<u32> g_pollResult{0xFFFFFFFFu};
-std::atomic<u32> g_pollMcResult{0xFFFFFFFFu};
+std::atomic<u32> g_pollResult{0xFFFFFFFFu}, g_pollMcResult{0xFFFFFFFFu};
 
 u32 SendFromPollTask(IPC_EPOLL_HANDLER_S *rec, u32) {
     void *msg = NewMsg(kLen, 5);
@@ -361,12 +359,12 @@ TEST_F(IpcSendTest, SynchronousSendIsRefusedOnThePollTask) {
     EXPECT_EQ(g_pollResult, IPC_ERR_SYNC_ON_POLL);
     EXPECT_EQ(g_pollMcResult, IPC_ERR_SYNC_ON_POLL);
     EXPECT_EQ(IpcErrStatCount(IPC_PARAM_ERR), param + 2);
-    EXPECT_EQ(Traffic(31).ulLocalRecvNum, 0u);
+    EXPECT_EQ(Local(31)[0], 0u);
     // The same send from an ordinary task goes through.
     void *msg = NewMsg(kLen, 6);
     EXPECT_EQ(IPC_Send(30, kSelf, 31, IPC_SEND_FLAG_SYNC, msg, kLen), IPC_OK);
     IPC_FreeMsg(msg);
-    EXPECT_EQ(Traffic(31).ulLocalRecvNum, 1u);
+    EXPECT_EQ(Local(31)[0], 1u);
 }
 
 // Several tasks send to one queue channel at once; a reader takes every message exactly once.
@@ -383,11 +381,9 @@ TEST_F(IpcSendTest, SeveralSendersToOneQueueChannelDeliverEachMessageOnce) {
             if (RUK_Que_Read(que, rec, RUK_WAIT, 10000) != RUK_OK) {
                 return;
             }
-            void *msg = reinterpret_cast<void *>(static_cast<uintptr_t>(rec[1]));
-            u32 tag = 0;
-            memcpy(&tag, msg, sizeof(tag));
-            if (rec[0] == IPC_NOTIFY_RECV && rec[2] == kLen && tag < seen.size()) {
-                seen[tag]++;
+            auto *msg = reinterpret_cast<u32 *>(static_cast<uintptr_t>(rec[1]));
+            if (rec[0] == IPC_NOTIFY_RECV && rec[2] == kLen && *msg < seen.size()) {
+                seen[*msg]++;
             }
             IPC_FreeMsg(msg);
         }
@@ -398,8 +394,7 @@ TEST_F(IpcSendTest, SeveralSendersToOneQueueChannelDeliverEachMessageOnce) {
         senders.emplace_back([t, &failures] {
             for (u32 i = 0; i < kPerThread; i++) {
                 void *msg = NewMsg(kLen, 0);
-                const u32 tag = t * kPerThread + i;
-                memcpy(msg, &tag, sizeof(tag));
+                *static_cast<u32 *>(msg) = t * kPerThread + i;
                 if (IPC_Send(20, kSelf, 21, 0, msg, kLen) != IPC_OK) {
                     failures++;
                     IPC_FreeMsg(msg);
@@ -407,15 +402,14 @@ TEST_F(IpcSendTest, SeveralSendersToOneQueueChannelDeliverEachMessageOnce) {
             }
         });
     }
+    senders.push_back(std::move(reader));
     for (std::thread &s : senders) {
         s.join();
     }
-    reader.join();
     EXPECT_EQ(failures, 0u);
     EXPECT_EQ(std::count(seen.begin(), seen.end(), 1u), static_cast<long>(seen.size()));
-    EXPECT_EQ(Traffic(21).ulLocalRecvNum, kThreads * kPerThread);
-    EXPECT_EQ(Traffic(21).ullLocalRecvBytes, u64{kThreads} * kPerThread * kLen);
-    EXPECT_EQ(Traffic(20).ulLocalSendNum, kThreads * kPerThread);
+    EXPECT_EQ(Local(21), (std::vector<u64>{kThreads * kPerThread, u64{kThreads} * kPerThread * kLen, 0, 0}));
+    EXPECT_EQ(Local(20)[2], kThreads * kPerThread);
     EXPECT_EQ(IpcErrStatCount(IPC_NOTIFY_QUE_FAIL), queFail);
 }
 

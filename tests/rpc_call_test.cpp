@@ -3,8 +3,8 @@
 // leaving nothing of the library's memory behind.
 #include <gtest/gtest.h>
 #include <mutex>
-#include <string>
-#include <thread>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "ruk_types.h"
@@ -65,8 +65,7 @@ u32 FaultyCallback(u32 a, u32 b, void *req, u32 len, void **rsp, u32 *rspLen) {
     return 0;
 }
 
-QueueModule *g_queue = nullptr;
-QueueModule *g_queueEx = nullptr;
+QueueModule *g_queue = nullptr, *g_queueEx = nullptr;
 
 void AnswerEcho(const IPC_RPC_DELIVER_MSG_S &rec) {
     void *req = reinterpret_cast<void *>(rec.ulData);
@@ -78,31 +77,28 @@ void AnswerEcho(const IPC_RPC_DELIVER_MSG_S &rec) {
     IPC_RPC_SendAckMsg(NewMsg(out), static_cast<u32>(out.size()), req, static_cast<u32>(rec.ulSrcNode));
 }
 
-// IPC and RPC start once per process; the modules of the suites are registered with them.
-void InitOnce() {
-    static bool s_done = false;
-    if (s_done) {
-        return;
-    }
-    s_done = true;
-    ASSERT_EQ(IPC_Init(kSelf), IPC_OK);
-    ASSERT_EQ(IPC_RPC_Init(), IPC_RPC_OK);
-    ASSERT_EQ(IPC_RPC_Register(kCaller, SilentCallback), IPC_RPC_OK);
-    ASSERT_EQ(IPC_RPC_Register(kEcho, EchoCallback), IPC_RPC_OK);
-    ASSERT_EQ(IPC_RPC_Register(kProbe, ProbeCallback), IPC_RPC_OK);
-    ASSERT_EQ(IPC_RPC_Register(kSlow, SlowCallback), IPC_RPC_OK);
-    ASSERT_EQ(IPC_RPC_Register(kFaulty, FaultyCallback), IPC_RPC_OK);
-    g_queue = new QueueModule(AnswerEcho);
-    g_queueEx = new QueueModule(AnswerEcho);
-    ASSERT_EQ(IPC_RPC_RegisterEnhance(kQueue, nullptr, g_queue->QueId(), IPC_RPC_MODE_QUEUE, g_queue->TaskId(),
-                                      QueueModule::kEvent),
-              IPC_RPC_OK);
-    ASSERT_EQ(IPC_RPC_RegisterEx(kQueueEx, nullptr, g_queueEx->QueId(), IPC_RPC_MODE_QUEUE), IPC_RPC_OK);
-}
-
 class RpcCallTest : public zol::test::LeakCheckedTest {
   protected:
-    static void SetUpTestSuite() { InitOnce(); }
+    // IPC and RPC start once per process; the modules of the suite are registered with them.
+    static void SetUpTestSuite() {
+        static bool s_done = false;
+        if (std::exchange(s_done, true)) {
+            return;
+        }
+        ASSERT_EQ(IPC_Init(kSelf), IPC_OK);
+        ASSERT_EQ(IPC_RPC_Init(), IPC_RPC_OK);
+        ASSERT_EQ(IPC_RPC_Register(kCaller, SilentCallback), IPC_RPC_OK);
+        ASSERT_EQ(IPC_RPC_Register(kEcho, EchoCallback), IPC_RPC_OK);
+        ASSERT_EQ(IPC_RPC_Register(kProbe, ProbeCallback), IPC_RPC_OK);
+        ASSERT_EQ(IPC_RPC_Register(kSlow, SlowCallback), IPC_RPC_OK);
+        ASSERT_EQ(IPC_RPC_Register(kFaulty, FaultyCallback), IPC_RPC_OK);
+        g_queue = new QueueModule(AnswerEcho);
+        g_queueEx = new QueueModule(AnswerEcho);
+        ASSERT_EQ(IPC_RPC_RegisterEnhance(kQueue, nullptr, g_queue->QueId(), IPC_RPC_MODE_QUEUE, g_queue->TaskId(),
+                                          QueueModule::kEvent),
+                  IPC_RPC_OK);
+        ASSERT_EQ(IPC_RPC_RegisterEx(kQueueEx, nullptr, g_queueEx->QueId(), IPC_RPC_MODE_QUEUE), IPC_RPC_OK);
+    }
     void TearDown() override {
         EXPECT_TRUE(WaitForLiveBlocks(startBlocks_)) << "the receive side kept a message";
         LeakCheckedTest::TearDown();
@@ -123,28 +119,22 @@ class RpcCallTest : public zol::test::LeakCheckedTest {
 };
 
 TEST_F(RpcCallTest, CallbackModuleGetsRequestAndFlagOnItsTaskAndItsReplyComesBack) {
-    void *req = NewMsg("hello rpc");
     void *rsp = nullptr;
     u32 len = 0;
-    ASSERT_EQ(IPC_RPC_SyncCall(kCaller, kSelf, kEcho, 0x5A, req, 9, &rsp, &len, kWait), IPC_RPC_OK);
+    ASSERT_EQ(IPC_RPC_SyncCall(kCaller, kSelf, kEcho, 0x5A, NewMsg("hello rpc"), 9, &rsp, &len, kWait), IPC_RPC_OK);
     ASSERT_NE(rsp, nullptr);
     EXPECT_EQ(Text(rsp, len), "re:hello rpc");
-    const IPC_RPC_MSG_HEAD_S *head = HeadOf(rsp);
-    EXPECT_EQ(ntohs(head->usMsgType), IPC_RPC_MSG_REPLY);
-    EXPECT_EQ(head->ucUserFlag, 0x5A);
-    EXPECT_EQ(ntohl(head->ulSrcMod), kEcho); // a reply swaps the modules
-    EXPECT_EQ(ntohl(head->ulDstMod), kCaller);
+    const IPC_RPC_MSG_HEAD_S *h = HeadOf(rsp); // a reply swaps the modules
+    EXPECT_EQ(std::make_tuple(ntohs(h->usMsgType), h->ucUserFlag, ntohl(h->ulSrcMod), ntohl(h->ulDstMod)),
+              std::make_tuple(u16{IPC_RPC_MSG_REPLY}, u8{0x5A}, kEcho, kCaller));
     IPC_RPC_FreeMsg(rsp);
 
     std::string out = "unset";
     ASSERT_EQ(Call(kProbe, "defg", &out, 0x01), IPC_RPC_OK);
     EXPECT_EQ(out, ""); // answered without data
     std::lock_guard<std::mutex> guard(g_probe.lock);
-    EXPECT_EQ(g_probe.data, "defg");
-    EXPECT_EQ(g_probe.flag, 0x01);
-    EXPECT_EQ(g_probe.srcMod, kCaller);
-    EXPECT_EQ(g_probe.srcNode, kSelf);
-    EXPECT_EQ(g_probe.task, "RPCR");
+    EXPECT_EQ(std::tie(g_probe.data, g_probe.flag, g_probe.srcMod, g_probe.srcNode, g_probe.task),
+              std::make_tuple("defg", u8{0x01}, kCaller, kSelf, "RPCR"));
 
     // Without outputs, and with the length alone, the reply is released by the call.
     u32 lenOnly = 5;
@@ -177,7 +167,8 @@ TEST_F(RpcCallTest, QueueModulesAnswerFromTheirOwnTask) {
     }
 }
 
-TEST_F(RpcCallTest, UnregisteredModulesAreAnsweredAtOnce) {
+// An unregistered module is answered at once, a callback of more than 100 ms is logged.
+TEST_F(RpcCallTest, UnregisteredAndSlowModulesAreLogged) {
     zol::test::ImAgentCapture capture;
     std::string out = "unset";
     EXPECT_EQ(Call(0x55, "who", &out), IPC_RPC_ERR_NOT_REG);
@@ -187,6 +178,11 @@ TEST_F(RpcCallTest, UnregisteredModulesAreAnsweredAtOnce) {
     ASSERT_FALSE(logs.empty());
     EXPECT_EQ(logs[0].Text(zol::test::kImFirstText + 1), "Mod not register");
     EXPECT_EQ(logs[0].Formatted(), "dMod(0x55), sMod(0x100)");
+    ASSERT_EQ(Call(kSlow, "zzz", &out), IPC_RPC_OK);
+    const auto slow = capture.WithTag("RPC_DPBC");
+    ASSERT_EQ(slow.size(), 1u);
+    EXPECT_EQ(slow[0].Text(zol::test::kImFirstText + 1), "time too long.");
+    EXPECT_EQ(slow[0].Formatted(), "srcMod:256, dstMod:262");
 }
 
 TEST_F(RpcCallTest, AModuleThatNeverAnswersTimesOutAndItsLateAnswerIsReleased) {
@@ -197,7 +193,7 @@ TEST_F(RpcCallTest, AModuleThatNeverAnswersTimesOutAndItsLateAnswerIsReleased) {
         held.push_back(rec);
     });
     static u32 s_mod = 0x200;
-    const u32 mod = s_mod++; // modules cannot be removed: a fresh id per run of this test
+    const u32 mod = s_mod++; // modules cannot be removed: a fresh id per run
     ASSERT_EQ(IPC_RPC_RegisterEnhance(mod, nullptr, mute.QueId(), 1, mute.TaskId(), QueueModule::kEvent), 0u);
     // The registration stays for the life of the process: it is not a leak of this test.
     PLAT_MemStats(handle_, &startBlocks_, &startBytes_);
@@ -256,8 +252,7 @@ TEST_F(RpcCallTest, CallRefusalsReleaseTheRequest) {
     EXPECT_EQ(IPC_RPC_SyncCall(kCaller, kOtherNode, kEcho, 0, NewMsg("a"), 1, &rsp, &len, kWait), IPC_ERR_UNREACHABLE);
     EXPECT_EQ(IPC_RPC_SyncCall(kCaller, kSelf, kEcho, 0, NewMsg("a"), IPC_RPC_MAX_DATA_LEN + 1, &rsp, &len, kWait),
               IPC_ERR_MSG_OWNER);
-    EXPECT_EQ(rsp, nullptr);
-    EXPECT_EQ(len, 0u);
+    EXPECT_EQ(std::tie(rsp, len), std::make_tuple(nullptr, 0u));
 
     EXPECT_EQ(IPC_RPC_AllocMsg_X(0, IPC_RPC_MOD_ID, "t", 1), nullptr);
     EXPECT_EQ(IPC_RPC_AllocMsg_X(IPC_RPC_MAX_DATA_LEN + 1, IPC_RPC_MOD_ID, "t", 1), nullptr);
@@ -276,15 +271,12 @@ TEST_F(RpcCallTest, CallRefusalsReleaseTheRequest) {
     IPC_RPC_SendAckMsg(NewMsg("orphan"), 6, nullptr, kSelf); // no request: the answer is only released
 }
 
-// Registration refusals and what a registration leaves behind: its record and list node, nothing when
-// refused.
-TEST(RpcRegisterTest, EveryRefusalCodeAndNothingLeftWhenRefused) {
-    InitOnce();
+// Registration refusals and what a registration leaves behind: its record and list node, nothing when refused.
+TEST_F(RpcCallTest, EveryRegistrationRefusalCodeAndNothingLeftWhenRefused) {
     static u32 s_base = 0x300;
     const u32 a = s_base, b = s_base + 1, c = s_base + 2; // fresh ids per run
     s_base += 3;
-    u64 before = 0, after = 0, bytes = 0;
-    PLAT_MemStats(ZOL_GetMemHandle(), &before, &bytes);
+    u64 after = 0, bytes = 0;
     EXPECT_EQ(IPC_RPC_Register(a, SilentCallback), IPC_RPC_OK);
     EXPECT_EQ(IPC_RPC_Register(a, EchoCallback), IPC_RPC_ERR_EXIST);
     EXPECT_EQ(IPC_RPC_RegisterEx(a, nullptr, 0x20, IPC_RPC_MODE_QUEUE), IPC_RPC_ERR_EXIST);
@@ -294,35 +286,34 @@ TEST(RpcRegisterTest, EveryRefusalCodeAndNothingLeftWhenRefused) {
     EXPECT_EQ(IPC_RPC_RegisterEnhance(c, EchoCallback, 5, 3, 0, 0), IPC_RPC_ERR_PARAM);
     EXPECT_EQ(IPC_RPC_RegisterEnhance(c, EchoCallback, 5, 0, 0, 0), IPC_RPC_ERR_PARAM);
     EXPECT_EQ(IPC_RPC_RegisterEnhance(c, nullptr, 5, IPC_RPC_MODE_QUEUE, 12, 0), IPC_RPC_ERR_PARAM);
-    PLAT_MemStats(ZOL_GetMemHandle(), &after, &bytes);
-    EXPECT_EQ(after, before + 4); // two registrations, a record and a list node each
+    PLAT_MemStats(handle_, &after, &bytes);
+    EXPECT_EQ(after, startBlocks_ + 4); // two registrations, a record and a list node each
 
     PLAT_FaultInject("RUK_MemAlloc_F", 0, 1); // the record
     EXPECT_EQ(IPC_RPC_Register(c, EchoCallback), IPC_RPC_ERR_NO_MEMORY);
     PLAT_FaultInject("RUK_MemAlloc_F", 1, 1); // its list node
     EXPECT_EQ(IPC_RPC_Register(c, EchoCallback), IPC_RPC_ERR_NO_MEMORY);
     PLAT_FaultClear();
-    PLAT_MemStats(ZOL_GetMemHandle(), &before, &bytes);
-    EXPECT_EQ(before, after);
+    PLAT_MemStats(handle_, &startBlocks_, &startBytes_);
+    EXPECT_EQ(startBlocks_, after);
     EXPECT_EQ(IPC_RPC_Register(c, EchoCallback), IPC_RPC_OK); // not half registered by the failures
+    PLAT_MemStats(handle_, &startBlocks_, &startBytes_);      // registrations stay for the life of the process
 }
 
 TEST_F(RpcCallTest, InjectedFailuresAreSurvivedWithNothingLeaked) {
     std::string out;
     PLAT_FaultInject("RUK_MemAlloc_F", 0, 1);
     EXPECT_EQ(IPC_RPC_AllocMsg_X(8, IPC_RPC_MOD_ID, "t", 1), nullptr);
-    void *req = NewMsg("ctx");
-    PLAT_FaultInject("RUK_MemAlloc_F", 0, 1); // the context
-    EXPECT_EQ(IPC_RPC_SyncCall(kCaller, kSelf, kEcho, 0, req, 3, nullptr, nullptr, kWait), IPC_RPC_ERR_NO_MEMORY);
-    req = NewMsg("node");
-    PLAT_FaultInject("RUK_MemAlloc_F", 1, 1); // its list node
-    EXPECT_EQ(IPC_RPC_SyncCall(kCaller, kSelf, kEcho, 0, req, 4, nullptr, nullptr, kWait), IPC_RPC_ERR_NO_MEMORY);
-    req = NewMsg("sem");
-    PLAT_FaultInject("RUK_Sm_Create", 0, 1);
-    EXPECT_EQ(IPC_RPC_SyncCall(kCaller, kSelf, kEcho, 0, req, 3, nullptr, nullptr, kWait), IPC_RPC_ERR_NO_MEMORY);
-    req = NewMsg("copy");
-    PLAT_FaultInject("RUK_MemAlloc_F", 2, 1); // after context and list node: IPC's copy for the receiver
-    EXPECT_EQ(IPC_RPC_SyncCall(kCaller, kSelf, kEcho, 0, req, 4, nullptr, nullptr, kWait), IPC_ERR_NO_MEMORY);
+    // The context, its list node, its semaphore, then (after those two blocks) IPC's copy for the receiver.
+    const std::tuple<const char *, u32, u32> failing[] = {{"RUK_MemAlloc_F", 0, IPC_RPC_ERR_NO_MEMORY},
+                                                          {"RUK_MemAlloc_F", 1, IPC_RPC_ERR_NO_MEMORY},
+                                                          {"RUK_Sm_Create", 0, IPC_RPC_ERR_NO_MEMORY},
+                                                          {"RUK_MemAlloc_F", 2, IPC_ERR_NO_MEMORY}};
+    for (const auto &[call, skip, rc] : failing) {
+        void *req = NewMsg("ctx");
+        PLAT_FaultInject(call, skip, 1);
+        EXPECT_EQ(IPC_RPC_SyncCall(kCaller, kSelf, kEcho, 0, req, 3, nullptr, nullptr, kWait), rc) << call << skip;
+    }
 
     // The request cannot be queued for "RPCR": the caller waits in vain.
     PLAT_FaultInject("RUK_Que_Write", 0, 1);
@@ -347,16 +338,6 @@ TEST_F(RpcCallTest, InjectedFailuresAreSurvivedWithNothingLeaked) {
     EXPECT_EQ(Call(kFaulty, "nosend", &out, 0, kTimeout), RUK_ERR_TIMEOUT);
     PLAT_FaultClear();
     EXPECT_EQ(Call(kEcho, "after", &out), IPC_RPC_OK);
-}
-
-TEST_F(RpcCallTest, ACallbackOfMoreThanAHundredMillisecondsIsLogged) {
-    zol::test::ImAgentCapture capture;
-    std::string out;
-    ASSERT_EQ(Call(kSlow, "zzz", &out), IPC_RPC_OK);
-    const auto logs = capture.WithTag("RPC_DPBC");
-    ASSERT_EQ(logs.size(), 1u);
-    EXPECT_EQ(logs[0].Text(zol::test::kImFirstText + 1), "time too long.");
-    EXPECT_EQ(logs[0].Formatted(), "srcMod:256, dstMod:262");
 }
 
 } // namespace
