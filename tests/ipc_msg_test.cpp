@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "zol_ipc.h"
@@ -19,15 +20,26 @@
 
 namespace {
 
-using zol::ipc::IpcErrStatCount;
+using namespace zol::ipc;
 using zol::test::ImAgentCapture;
+using zol::test::ImRecord;
 using zol::test::kImFirstText;
+
+// The single record of a tag, checked for its log id and first text.
+ImRecord OnlyRecord(ImAgentCapture &agent, const char *tag, u32 logId, const char *text) {
+    std::vector<ImRecord> records = agent.WithTag(tag);
+    EXPECT_EQ(records.size(), 1u) << tag;
+    records.resize(1);
+    EXPECT_EQ(records[0].logId, logId) << tag;
+    EXPECT_EQ(records[0].Text(kImFirstText + 1), text) << tag;
+    return records[0];
+}
 
 class IpcMsgTest : public zol::test::LeakCheckedTest {
   protected:
     void SetUp() override {
         LeakCheckedTest::SetUp();
-        zol::ipc::IpcInitMsgList(&list_);
+        IpcInitMsgList(&list_);
     }
     static u8 *Head(void *msg) { return static_cast<u8 *>(msg) - IPC_MSG_HEAD_LEN; }
     static std::vector<u8> HeadBytes(void *msg) { return {Head(msg), Head(msg) + IPC_MSG_HEAD_LEN}; }
@@ -67,16 +79,14 @@ TEST_F(IpcMsgTest, FreshHeaderAndAccessorsAtTheirOffsets) {
     }
     IPC_SetSrcAndDstNodeId(msg, 0x00017001u, 0x00023002u);
     IPC_SetSrcAndDstChannelId(msg, 3, 47);
-    const u8 *head = Head(msg);
-    EXPECT_EQ(Read<u32>(head + 0), 0x00017001u); // stored as given: host order
-    EXPECT_EQ(Read<u32>(head + 4), 0x00023002u);
-    EXPECT_EQ(Read<u16>(head + 8), 3u);
-    EXPECT_EQ(Read<u16>(head + 10), 47u);
-    EXPECT_EQ(IPC_GetSrcNodeId(msg), 0x00017001u);
-    EXPECT_EQ(IPC_GetDstNodeId(msg), 0x00023002u);
-    EXPECT_EQ(IPC_GetSrcChanId(msg), 3u);
-    EXPECT_EQ(IPC_GetDstChanId(msg), 47u);
-    EXPECT_EQ(head[16], IPC_MEM_USED) << "setters leave the mark alone";
+    const u8 *head = Head(msg); // stored as given: host order; the setters leave the mark alone
+    const auto fields = std::make_tuple(0x00017001u, 0x00023002u, u16{3}, u16{47}, u8{IPC_MEM_USED});
+    EXPECT_EQ(
+        std::make_tuple(Read<u32>(head), Read<u32>(head + 4), Read<u16>(head + 8), Read<u16>(head + 10), head[16]),
+        fields);
+    EXPECT_EQ(std::make_tuple(IPC_GetSrcNodeId(msg), IPC_GetDstNodeId(msg), u16(IPC_GetSrcChanId(msg)),
+                              u16(IPC_GetDstChanId(msg)), head[16]),
+              fields);
 
     EXPECT_EQ(IPC_GetDstNodeId(nullptr), 0xFFFFFFFFu);
     EXPECT_EQ(IPC_GetSrcChanId(nullptr), 48u);
@@ -96,55 +106,47 @@ TEST_F(IpcMsgTest, FreshHeaderAndAccessorsAtTheirOffsets) {
     EXPECT_EQ(IPC_AllocMsg_X(64, IPC_MOD_ID, "Bounds", __LINE__), nullptr);
 }
 
-TEST_F(IpcMsgTest, ReleaseDuringSendingIsCountedAndLeavesTheMessageAlone) {
+// Refused releases: during sending (counted, not logged), repeated and unknown (which share the tag "IPC_FM"
+// and therefore one filter record).
+TEST_F(IpcMsgTest, RefusedReleasesAreCountedAndLoggedOncePerIntervalLeavingTheMessageAlone) {
     ImAgentCapture agent;
     void *msg = IPC_AllocMsg_X(32, IPC_MOD_ID, "Sending", __LINE__);
     ASSERT_NE(msg, nullptr);
     IPC_SetSrcAndDstNodeId(msg, 5, 6);
     Head(msg)[16] = IPC_MEM_SENDING; // what the send does while it owns the message
     const std::vector<u8> snapshot = HeadBytes(msg);
-    const u32 before = IpcErrStatCount(zol::ipc::IPC_SEND_RELEASE_ERR);
+    const u32 before = IpcErrStatCount(IPC_SEND_RELEASE_ERR);
     const u64 blocks = Live();
     IPC_FreeMsg(msg);
-    EXPECT_EQ(IpcErrStatCount(zol::ipc::IPC_SEND_RELEASE_ERR), before + 1);
+    EXPECT_EQ(IpcErrStatCount(IPC_SEND_RELEASE_ERR), before + 1);
     EXPECT_EQ(HeadBytes(msg), snapshot) << "the header is untouched";
     EXPECT_EQ(Live(), blocks) << "nothing released";
     EXPECT_TRUE(agent.WithTag("IPC_FM").empty()) << "a release during sending is not logged";
 
     Head(msg)[16] = IPC_MEM_USED; // the send hands it back
     IPC_FreeMsg(msg);
-    EXPECT_EQ(zol::ipc::IpcReadMemFlag(zol::ipc::MsgHead(msg)), IPC_MEM_FREED);
-}
+    EXPECT_EQ(IpcReadMemFlag(MsgHead(msg)), IPC_MEM_FREED);
+    EXPECT_EQ(Live(), startBlocks_) << "the partition saw exactly one release";
 
-// One test for both logged refusals: they share the tag "IPC_FM" and therefore one filter record.
-TEST_F(IpcMsgTest, RepeatedAndUnknownReleasesAreCountedAndLoggedOncePerInterval) {
-    ImAgentCapture agent;
-    const u32 repeated = IpcErrStatCount(zol::ipc::IPC_REPEATED_RELEASE_ERR);
-    const u64 startBlocks = Live();
-    void *msg = IPC_AllocMsg_X(16, IPC_MOD_ID, "Repeated", __LINE__);
-    ASSERT_NE(msg, nullptr);
-    IPC_FreeMsg(msg);
+    const u32 repeated = IpcErrStatCount(IPC_REPEATED_RELEASE_ERR);
     IPC_FreeMsg(msg); // refused: the block is known to be released
     IPC_FreeMsg(msg);
-    EXPECT_EQ(IpcErrStatCount(zol::ipc::IPC_REPEATED_RELEASE_ERR), repeated + 2);
-    EXPECT_EQ(Live(), startBlocks) << "the partition saw exactly one release";
-    auto records = agent.WithTag("IPC_FM");
-    ASSERT_EQ(records.size(), 1u) << "the second report within 500 ms is filtered";
-    EXPECT_EQ(records[0].logId, 0x0EA7100Fu);
-    EXPECT_EQ(records[0].Text(kImFirstText + 1), "Message check fail");
-    EXPECT_NE(records[0].Formatted().find("Memory is free, stack:<CallStack>\r\n"), std::string::npos)
-        << records[0].Formatted();
+    EXPECT_EQ(IpcErrStatCount(IPC_REPEATED_RELEASE_ERR), repeated + 2);
+    EXPECT_EQ(Live(), startBlocks_);
+    // The second report within 500 ms is filtered.
+    const std::string first = OnlyRecord(agent, "IPC_FM", 0x0EA7100Fu, "Message check fail").Formatted();
+    EXPECT_NE(first.find("Memory is free, stack:<CallStack>\r\n"), std::string::npos) << first;
 
     std::this_thread::sleep_for(std::chrono::milliseconds(550));
     void *odd = IPC_AllocMsg_X(16, IPC_MOD_ID, "Unknown", __LINE__);
     ASSERT_NE(odd, nullptr);
     Head(odd)[16] = 0x55;
-    const std::vector<u8> snapshot = HeadBytes(odd);
-    const u32 others = IpcErrStatCount(zol::ipc::IPC_OTHERS_RELEASE_ERR);
+    const std::vector<u8> oddSnapshot = HeadBytes(odd);
+    const u32 others = IpcErrStatCount(IPC_OTHERS_RELEASE_ERR);
     IPC_FreeMsg(odd);
-    EXPECT_EQ(IpcErrStatCount(zol::ipc::IPC_OTHERS_RELEASE_ERR), others + 1);
-    EXPECT_EQ(HeadBytes(odd), snapshot);
-    records = agent.WithTag("IPC_FM");
+    EXPECT_EQ(IpcErrStatCount(IPC_OTHERS_RELEASE_ERR), others + 1);
+    EXPECT_EQ(HeadBytes(odd), oddSnapshot);
+    const auto records = agent.WithTag("IPC_FM");
     ASSERT_EQ(records.size(), 2u);
     EXPECT_EQ(records[1].Formatted(), "callCnt:2,Memory is unexpected");
     Head(odd)[16] = IPC_MEM_USED;
@@ -163,9 +165,9 @@ TEST_F(IpcMsgTest, AttachedContextGivesSendStatusAndIsReleasedWithTheMessage) {
     IPC_MSG_CTX_S *ctx = IPC_ProcCreateCtx(0, nullptr, 3, nullptr, 0);
     ASSERT_NE(ctx, nullptr);
     for (u8 i = 0; i < 3; ++i) {
-        zol::ipc::CtxDstEntries(ctx)[i].ucSendStatus = static_cast<u8>(10 + i);
+        CtxDstEntries(ctx)[i].ucSendStatus = static_cast<u8>(10 + i);
     }
-    IPC_MSG_HEAD_S *head = zol::ipc::MsgHead(msg);
+    IPC_MSG_HEAD_S *head = MsgHead(msg);
     head->ucSendFlag = IPC_SEND_FLAG_CTX_ATTACHED | 1;
     head->ucCtxFlag = IPC_CTX_FLAG_ATTACHED;
     head->pstMsgCtx = ctx;
@@ -179,20 +181,16 @@ TEST_F(IpcMsgTest, AttachedContextGivesSendStatusAndIsReleasedWithTheMessage) {
     Head(msg)[28] = IPC_SEND_FLAG_CTX_ATTACHED | 1;
     Head(msg)[29] = IPC_CTX_FLAG_ATTACHED;
     IPC_FreeMsg(msg);
-    const auto records = agent.WithTag("IPC_FMCL");
-    ASSERT_EQ(records.size(), 1u);
-    EXPECT_EQ(records[0].logId, 0x0EA7100Du);
-    EXPECT_EQ(records[0].Text(kImFirstText + 1), "Message check fail");
-    EXPECT_EQ(records[0].Formatted(), "pstMsgCtx is zero");
+    EXPECT_EQ(OnlyRecord(agent, "IPC_FMCL", 0x0EA7100Du, "Message check fail").Formatted(), "pstMsgCtx is zero");
 }
 
 TEST(IpcErrStat, TableNamesAndBounds) {
-    EXPECT_EQ(zol::ipc::IPC_ERR_STAT_NUM, 51u);
-    EXPECT_STREQ(zol::ipc::g_astIpcErrStat[19].pcName, "IPC_REPEATED_RELEASE_ERR");
-    EXPECT_STREQ(zol::ipc::g_astIpcErrStat[50].pcName, "IPC_SEND_MC_NOT_SUPPORT");
+    EXPECT_EQ(IPC_ERR_STAT_NUM, 51u);
+    EXPECT_STREQ(g_astIpcErrStat[19].pcName, "IPC_REPEATED_RELEASE_ERR");
+    EXPECT_STREQ(g_astIpcErrStat[50].pcName, "IPC_SEND_MC_NOT_SUPPORT");
     const u32 mc = IpcErrStatCount(50);
-    zol::ipc::IPC_AddErrStat(51); // ignored: must not land in the last counter nor anywhere else
-    zol::ipc::IPC_AddErrStat(50);
+    IPC_AddErrStat(51); // ignored: must not land in the last counter nor anywhere else
+    IPC_AddErrStat(50);
     EXPECT_EQ(IpcErrStatCount(50), mc + 1);
 }
 
@@ -202,11 +200,9 @@ TEST_F(IpcMsgTest, ContextsCreatedFoundAndDeletedWithAndWithoutSemaphores) {
     IPC_MSG_CTX_S *first = IPC_ProcCreateCtx(1, &marker, 3, &list_, 1);
     ASSERT_NE(first, nullptr);
     EXPECT_EQ(Live(true) - before, 64u + 16u) << "40 + 3 x 8 bytes of context and one 16-byte list node";
-    EXPECT_EQ(first->ulMagic, IPC_MSG_CTX_MAGIC);
-    EXPECT_EQ(first->pMsg, &marker);
-    EXPECT_EQ(first->usDstNum, 3u);
-    EXPECT_EQ(first->ulSeqOrLen, 0u);
-    EXPECT_EQ(zol::ipc::CtxDstEntries(first)[2].ucSendStatus, 0u) << "entries zeroed";
+    EXPECT_EQ(std::make_tuple(first->ulMagic, first->pMsg, u32{first->usDstNum}, first->ulSeqOrLen),
+              std::make_tuple(u32{IPC_MSG_CTX_MAGIC}, static_cast<void *>(&marker), 3u, 0u));
+    EXPECT_EQ(CtxDstEntries(first)[2].ucSendStatus, 0u) << "entries zeroed";
     EXPECT_EQ(RUK_Sm_P(first->ulSemId, RUK_NOWAIT, 0), RUK_ERR_EMPTY) << "the semaphore starts unavailable";
     IPC_MSG_CTX_S *second = IPC_ProcCreateCtx(1, nullptr, 0, &list_, 1);
     IPC_MSG_CTX_S *third = IPC_ProcCreateCtx(1, nullptr, 1, &list_, 1);
@@ -248,45 +244,39 @@ TEST_F(IpcMsgTest, FailedContextCreationLeavesNothingBehind) {
     ImAgentCapture agent;
     ASSERT_EQ(PLAT_FaultInject("RUK_MemAlloc_F", 0, 1), 0u);
     EXPECT_EQ(IPC_ProcCreateCtx(1, nullptr, 2, &list_, 1), nullptr);
-    const u32 smFails = IpcErrStatCount(zol::ipc::IPC_CTX_SM_CREATE_FAIL);
+    const u32 smFails = IpcErrStatCount(IPC_CTX_SM_CREATE_FAIL);
     ASSERT_EQ(PLAT_FaultInject("RUK_Sm_Create", 0, 1), 0u);
     EXPECT_EQ(IPC_ProcCreateCtx(1, nullptr, 2, &list_, 1), nullptr);
-    EXPECT_EQ(IpcErrStatCount(zol::ipc::IPC_CTX_SM_CREATE_FAIL), smFails + 1);
-    auto records = agent.WithTag("IPC_PCC");
-    ASSERT_EQ(records.size(), 1u);
-    EXPECT_EQ(records[0].logId, 0x0EA71033u);
-    EXPECT_EQ(records[0].Text(kImFirstText + 1), "sm create unsuccess");
-    EXPECT_EQ(records[0].Formatted(), "ret:" + std::to_string(RUK_ERR_INJECTED) + ", ulSemId:0");
+    EXPECT_EQ(IpcErrStatCount(IPC_CTX_SM_CREATE_FAIL), smFails + 1);
+    EXPECT_EQ(OnlyRecord(agent, "IPC_PCC", 0x0EA71033u, "sm create unsuccess").Formatted(),
+              "ret:" + std::to_string(RUK_ERR_INJECTED) + ", ulSemId:0");
 
     // The context block is allocated, the list node is not: the semaphore made meanwhile goes too.
-    const u32 insertFails = IpcErrStatCount(zol::ipc::IPC_CTX_INSERT_MSG_FAIL);
+    const u32 insertFails = IpcErrStatCount(IPC_CTX_INSERT_MSG_FAIL);
     ASSERT_EQ(PLAT_FaultInject("RUK_MemAlloc_F", 1, 1), 0u);
     EXPECT_EQ(IPC_ProcCreateCtx(1, nullptr, 2, &list_, 1), nullptr);
-    EXPECT_EQ(IpcErrStatCount(zol::ipc::IPC_CTX_INSERT_MSG_FAIL), insertFails + 1);
+    EXPECT_EQ(IpcErrStatCount(IPC_CTX_INSERT_MSG_FAIL), insertFails + 1);
     agent.Clear();
     std::this_thread::sleep_for(std::chrono::milliseconds(550)); // same tag: let the filter interval pass
     ASSERT_EQ(PLAT_FaultInject("RUK_MemAlloc_F", 1, 1), 0u);
     EXPECT_EQ(IPC_ProcCreateCtx(0, nullptr, 2, &list_, 1), nullptr);
     EXPECT_TRUE(Walk().empty());
-    records = agent.WithTag("IPC_PCC");
-    ASSERT_EQ(records.size(), 1u);
-    EXPECT_EQ(records[0].logId, 0x0EA7100Du);
-    EXPECT_EQ(records[0].Text(kImFirstText + 1), "Insert message fail");
-    EXPECT_NE(records[0].Formatted().find("ret:12"), std::string::npos) << records[0].Formatted();
+    const std::string insert = OnlyRecord(agent, "IPC_PCC", 0x0EA7100Du, "Insert message fail").Formatted();
+    EXPECT_NE(insert.find("ret:12"), std::string::npos) << insert;
 }
 
 TEST_F(IpcMsgTest, NodeThatCannotBeUnlinkedIsCountedAndKept) {
     ImAgentCapture agent;
     IPC_MSG_LIST_S other;
-    zol::ipc::IpcInitMsgList(&other);
+    IpcInitMsgList(&other);
     int element = 0;
     ASSERT_EQ(IPC_InsertMsgCtx(&list_, &element), IPC_OK);
     EXPECT_EQ(IPC_InsertMsgCtx(nullptr, &element), IPC_ERR_PARAM);
     IPC_MSG_LIST_NODE_S *node = list_.stHead.pNext;
-    const u32 fails = IpcErrStatCount(zol::ipc::IPC_REMOVE_NODE_FAIL);
+    const u32 fails = IpcErrStatCount(IPC_REMOVE_NODE_FAIL);
     IPC_RemoveNodeFromList(&other, node);          // not a node of that list
     IPC_RemoveNodeFromList(&list_, &list_.stHead); // the head is never unlinked nor released
-    EXPECT_EQ(IpcErrStatCount(zol::ipc::IPC_REMOVE_NODE_FAIL), fails + 2);
+    EXPECT_EQ(IpcErrStatCount(IPC_REMOVE_NODE_FAIL), fails + 2);
     EXPECT_EQ(Walk(), (std::vector<void *>{&element}));
     const auto records = agent.WithTag("IPC_RNFL");
     ASSERT_EQ(records.size(), 1u) << "filtered to one record per interval";

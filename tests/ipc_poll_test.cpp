@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 #include <mutex>
 #include <sys/eventfd.h>
+#include <tuple>
 #include <unistd.h>
 
 #include "zol_ipc.h"
@@ -23,7 +24,7 @@
 
 namespace {
 
-using zol::ipc::IpcErrStatCount;
+using namespace zol::ipc;
 
 constexpr auto kPatience = std::chrono::seconds(20); // a generous bound; only a broken task waits that long
 
@@ -86,16 +87,16 @@ class IpcPollTest : public zol::test::LeakCheckedTest {};
 
 // Defined first: it needs a process where the poll task does not exist yet.
 TEST_F(IpcPollTest, CreationFailuresGive22And33) {
-    if (zol::ipc::g_ulIpcPollTaskId.load() != 0) {
+    if (g_ulIpcPollTaskId.load() != 0) {
         GTEST_SKIP() << "the poll task already runs in this process";
     }
     ASSERT_EQ(PLAT_FaultInject("MESH_EpollCreate", 0, 1), 0u);
     EXPECT_EQ(IPC_PollTaskCreate(), IPC_ERR_NO_POLL_SET);
-    EXPECT_EQ(zol::ipc::g_iIpcEpollFd.load(), -1);
+    EXPECT_EQ(g_iIpcEpollFd.load(), -1);
     ASSERT_EQ(PLAT_FaultInject("RUK_TaskCreate", 0, 1), 0u);
     EXPECT_EQ(IPC_PollTaskCreate(), IPC_ERR_NO_POLL_TASK);
-    EXPECT_EQ(zol::ipc::g_iIpcEpollFd.load(), -1) << "the poll set is closed again";
-    EXPECT_EQ(zol::ipc::g_ulIpcPollTaskId.load(), 0u);
+    EXPECT_EQ(g_iIpcEpollFd.load(), -1) << "the poll set is closed again";
+    EXPECT_EQ(g_ulIpcPollTaskId.load(), 0u);
 
     int fds[2];
     ASSERT_EQ(pipe(fds), 0);
@@ -107,10 +108,8 @@ TEST_F(IpcPollTest, CreationFailuresGive22And33) {
 
 TEST_F(IpcPollTest, HandlerRunsOnPollTaskWithItsRecordUntilTheWatchEnds) {
     EnsurePollTask();
-    const char *name = RUK_GetTaskName(zol::ipc::g_ulIpcPollTaskId.load());
-    ASSERT_NE(name, nullptr);
-    EXPECT_STREQ(name, "IPCP");
-    EXPECT_FALSE(zol::ipc::IpcOnPollTask());
+    EXPECT_STREQ(RUK_GetTaskName(g_ulIpcPollTaskId.load()), "IPCP");
+    EXPECT_FALSE(IpcOnPollTask());
 
     Seen pipeSeen, eventSeen;
     g_seen[1] = &pipeSeen;
@@ -126,13 +125,10 @@ TEST_F(IpcPollTest, HandlerRunsOnPollTaskWithItsRecordUntilTheWatchEnds) {
     {
         std::lock_guard<std::mutex> guard(pipeSeen.lock);
         const IPC_EPOLL_HANDLER_S &rec = pipeSeen.record;
-        EXPECT_TRUE(pipeSeen.onPollTask);
-        EXPECT_TRUE(pipeSeen.events & MESH_EPOLLIN);
-        EXPECT_EQ(rec.ulMagic, IPC_EPOLL_MAGIC);
-        EXPECT_EQ(rec.ulUserData, 1u);
-        EXPECT_EQ(rec.ulFd, static_cast<u32>(fds[0]));
-        EXPECT_EQ(rec.ulEvents, MESH_EPOLLIN);
-        EXPECT_EQ(rec.pfHandler, &RecordingHandler);
+        EXPECT_TRUE(pipeSeen.onPollTask && (pipeSeen.events & MESH_EPOLLIN));
+        EXPECT_EQ(std::make_tuple(rec.ulMagic, rec.ulUserData, rec.ulFd, rec.ulEvents, rec.pfHandler),
+                  std::make_tuple(u32{IPC_EPOLL_MAGIC}, 1u, static_cast<u32>(fds[0]), u32{MESH_EPOLLIN},
+                                  IPC_EPOLL_HANDLER_PF{RecordingHandler}));
     }
     // After the watch ends the pipe may be readable for ever without a call: a later event on another
     // descriptor is reported in the same or a later wait, so once it arrived the pipe would have too.
@@ -144,8 +140,8 @@ TEST_F(IpcPollTest, HandlerRunsOnPollTaskWithItsRecordUntilTheWatchEnds) {
     EXPECT_EQ(pipeSeen.Calls(), 1u);
 
     IPC_EpollDelFd(static_cast<u32>(efd));
-    zol::ipc::IpcReleaseEpollRecord(pipeSeen.recordPtr);
-    zol::ipc::IpcReleaseEpollRecord(eventSeen.recordPtr);
+    IpcReleaseEpollRecord(pipeSeen.recordPtr);
+    IpcReleaseEpollRecord(eventSeen.recordPtr);
     close(fds[0]);
     close(fds[1]);
     close(efd);
@@ -160,12 +156,11 @@ TEST_F(IpcPollTest, RegistrationWithoutHandlerIsRemovedClosedAndCounted) {
     g_seen[3] = &afterSeen;
     const int gate = eventfd(0, EFD_NONBLOCK), after = eventfd(0, EFD_NONBLOCK);
     int fds[2];
-    ASSERT_EQ(pipe(fds), 0);
-    ASSERT_TRUE(gate >= 0 && after >= 0);
+    ASSERT_TRUE(pipe(fds) == 0 && gate >= 0 && after >= 0);
     ASSERT_EQ(IPC_EpollAddFd(static_cast<u32>(gate), 0, RecordingHandler, MESH_EPOLLIN), IPC_OK);
     ASSERT_EQ(IPC_EpollAddFd(static_cast<u32>(fds[0]), 0, nullptr, MESH_EPOLLIN), IPC_OK);
     ASSERT_EQ(IPC_EpollAddFd(static_cast<u32>(after), 3, RecordingHandler, MESH_EPOLLIN), IPC_OK);
-    const u32 invalid = IpcErrStatCount(zol::ipc::IPC_EVENT_PARA_INVALID);
+    const u32 invalid = IpcErrStatCount(IPC_EVENT_PARA_INVALID);
 
     Signal(gate);
     ASSERT_TRUE(gateSeen.WaitCalls(1));
@@ -175,7 +170,7 @@ TEST_F(IpcPollTest, RegistrationWithoutHandlerIsRemovedClosedAndCounted) {
     gateSeen.Open();
     ASSERT_TRUE(afterSeen.WaitCalls(1)) << "the events after an invalid one are still dispatched";
 
-    EXPECT_EQ(IpcErrStatCount(zol::ipc::IPC_EVENT_PARA_INVALID), invalid + 1);
+    EXPECT_EQ(IpcErrStatCount(IPC_EVENT_PARA_INVALID), invalid + 1);
     errno = 0;
     EXPECT_EQ(fcntl(fds[0], F_GETFD), -1) << "the descriptor of the invalid registration is closed";
     EXPECT_EQ(errno, EBADF);
@@ -187,8 +182,8 @@ TEST_F(IpcPollTest, RegistrationWithoutHandlerIsRemovedClosedAndCounted) {
 
     IPC_EpollDelFd(static_cast<u32>(after));
     IPC_EpollDelFd(static_cast<u32>(gate));
-    zol::ipc::IpcReleaseEpollRecord(afterSeen.recordPtr);
-    zol::ipc::IpcReleaseEpollRecord(gateSeen.recordPtr);
+    IpcReleaseEpollRecord(afterSeen.recordPtr);
+    IpcReleaseEpollRecord(gateSeen.recordPtr);
     close(fds[1]);
     close(gate);
     close(after);

@@ -1,14 +1,9 @@
 // The stand-in OM client: strict document parsing and lookups, the frame protocol seen from a fake
 // framework, hostile input, and failures without a framework or injected.
 #include <atomic>
-#include <cstdio>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <random>
 #include <string>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <thread>
+#include <tuple>
 #include <unistd.h>
 
 #include "omcc.h"
@@ -131,9 +126,7 @@ TEST(OmccClient, TalksTheFrameProtocol) {
     fw.Accept();
     EXPECT_EQ(omcc_activate(client, 0, 0, 0), 0);
     plat::omcc::Frame f = fw.Next();
-    EXPECT_EQ(f.usType, OMCC_FRAME_HELLO);
-    EXPECT_EQ(f.ulArg, static_cast<u32>(getpid()));
-    EXPECT_EQ(f.payload, "Zol_test");
+    EXPECT_EQ(std::tie(f.usType, f.ulArg, f.payload), std::make_tuple(OMCC_FRAME_HELLO, u32(getpid()), "Zol_test"));
     EXPECT_EQ(fw.Next().payload, "/a");
     EXPECT_EQ(fw.Next().payload, "/b");
     EXPECT_EQ(omcc_run(client, 0), 0); // nothing arrived yet
@@ -145,12 +138,9 @@ TEST(OmccClient, TalksTheFrameProtocol) {
     EXPECT_EQ(omcc_run(client, 0), 1);
     EXPECT_TRUE(g_secondBorrowRefused);
     f = fw.Next();
-    EXPECT_EQ(f.usType, OMCC_FRAME_OUTPUT);
-    EXPECT_EQ(f.ulId, 42u);
-    EXPECT_EQ(f.payload, "got 5 bytes: hello");
+    EXPECT_EQ(std::tie(f.usType, f.ulId, f.payload), std::make_tuple(OMCC_FRAME_OUTPUT, 42u, "got 5 bytes: hello"));
     f = fw.Next();
-    EXPECT_EQ(f.usType, OMCC_FRAME_END);
-    EXPECT_EQ(f.ulArg, 5u);
+    EXPECT_EQ(std::tie(f.usType, f.ulArg), std::make_tuple(OMCC_FRAME_END, 5u));
     fw.HangUp();
     EXPECT_EQ(omcc_run(client, 0), -OMCC_ERR_IO);
     omcc_disconnect(client);
@@ -163,17 +153,15 @@ TEST(OmccClient, SurvivesHostileStreams) {
     OMCC_CLIENT_S *client = omcc_client_new("Zol_hostile", 2);
     OMCC_SUBSCRIPTION_S a = Sub("/a");
     ASSERT_EQ(omcc_subscribe(client, &a), 0);
-    const std::string huge = om_test::kHugeFrame, random = om_test::RandomBytes(4096, 7);
-    const std::string badType = FrameOf(77, 0, 0, "");
-    const std::string truncated = FrameOf(OMCC_FRAME_REQUEST, 1, 0, "abcdef").substr(0, 19);
+    const std::string streams[] = {om_test::kHugeFrame, FrameOf(77, 0, 0, ""), om_test::RandomBytes(4096, 7),
+                                   FrameOf(OMCC_FRAME_REQUEST, 1, 0, "abcdef").substr(0, 19)}; // last: truncated
     const int before = g_handled.load();
-    for (const std::string *stream : std::initializer_list<const std::string *>{&huge, &badType, &random, &truncated}) {
-        const std::string &bytes = *stream;
+    for (const std::string &bytes : streams) {
         ASSERT_GE(omcc_connect(client, 0), 0);
         fw.Accept();
         fw.SendRaw(bytes);
         s32 rc = omcc_run(client, 0);
-        if (stream == &truncated) {
+        if (&bytes == &streams[3]) {
             EXPECT_EQ(rc, 0); // waits for the rest
             fw.HangUp();
             rc = omcc_run(client, 0);
