@@ -240,7 +240,7 @@ TEST_F(IpcMsgTest, ContextsCreatedFoundAndDeletedWithAndWithoutSemaphores) {
     EXPECT_EQ(RUK_Sm_Delete(keptSem), RUK_OK);
 }
 
-TEST_F(IpcMsgTest, FailedContextCreationLeavesNothingBehind) {
+TEST_F(IpcMsgTest, FailedCreationOrUnlinkingLeavesNothingBehind) {
     ImAgentCapture agent;
     ASSERT_EQ(PLAT_FaultInject("RUK_MemAlloc_F", 0, 1), 0u);
     EXPECT_EQ(IPC_ProcCreateCtx(1, nullptr, 2, &list_, 1), nullptr);
@@ -263,10 +263,8 @@ TEST_F(IpcMsgTest, FailedContextCreationLeavesNothingBehind) {
     EXPECT_TRUE(Walk().empty());
     const std::string insert = OnlyRecord(agent, "IPC_PCC", 0x0EA7100Du, "Insert message fail").Formatted();
     EXPECT_NE(insert.find("ret:12"), std::string::npos) << insert;
-}
 
-TEST_F(IpcMsgTest, NodeThatCannotBeUnlinkedIsCountedAndKept) {
-    ImAgentCapture agent;
+    // A node that cannot be unlinked is counted and kept.
     IPC_MSG_LIST_S other;
     IpcInitMsgList(&other);
     int element = 0;

@@ -1,6 +1,5 @@
-// IPC channels and sending within the own node, through the exported calls: registration and its refusals,
-// the small node calls, every refusal of IPC_Send, delivery by callback and by queue, the hand-back of the
-// sent message, failure injection and several senders on one queue channel.
+// IPC channels and sending within the own node: registration and its refusals, the small node calls, every
+// refusal of IPC_Send, delivery by callback and by queue, the hand-back, failure injection, several senders.
 #include "ipc/ipc_chan_internal.h"
 
 #include <algorithm>
@@ -96,7 +95,7 @@ class IpcSendTest : public zol::test::LeakCheckedTest {
     u64 rec_[4] = {};
 };
 
-TEST(IpcChannelTest, CreateChecksInOrderAndCountsEachRefusal) {
+TEST(IpcChannelTest, CreateChecksInOrderAndCountsEachRefusalThenSmallNodeCalls) {
     EXPECT_EQ(IPC_Init(kSelf), IPC_ERR_ALREADY);
     EXPECT_EQ(IPC_Init(0x18000), IPC_ERR_ALREADY); // the flag is tested before the id
     const u32 paramErr = IpcErrStatCount(IPC_PARAM_ERR);
@@ -117,9 +116,8 @@ TEST(IpcChannelTest, CreateChecksInOrderAndCountsEachRefusal) {
     EXPECT_EQ(Chan(40).usMode, IPC_CHAN_MODE_QUEUE);
     EXPECT_EQ(IpcErrStatCount(IPC_PARAM_ERR), paramErr + 7);
     EXPECT_EQ(IPC_GetChanRegCtrl(48), nullptr);
-}
 
-TEST(IpcNodeTest, SmallCallsOnTheOwnNode) {
+    // The small calls on the own node.
     EXPECT_EQ(IPC_GetSelfNodeId(), kSelf);
     EXPECT_EQ(IPC_ConnectDstNode(kSelf), IPC_OK);
     EXPECT_EQ(IPC_ConnectDstNode(kOtherNode), IPC_ERR_UNREACHABLE);

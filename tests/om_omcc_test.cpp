@@ -48,7 +48,7 @@ std::string TypeOf(const std::string &text, u32 pid, const char *pcCmd) {
     return out;
 }
 
-TEST(OmccDoc, ParsesJsonAndXmlAndFindsNodes) {
+TEST(OmccDoc, ParsesJsonAndXmlFindsNodesAndRefusesWhatTheModelsDoNotAllow) {
     EXPECT_EQ(TypeOf(JsonDoc(123, ",\"get-ipc-info\":{\"type\":\"packet\"}"), 123, "get-ipc-info"), "packet");
     EXPECT_EQ(TypeOf(XmlDoc(77, "<get-rpc-info><type>error</type></get-rpc-info>"), 77, "get-rpc-info"), "error");
     EXPECT_EQ(TypeOf("  \n" + XmlDoc(77, "<get-rpc-info/>"), 77, "get-rpc-info"), "<no type 2>");
@@ -60,9 +60,8 @@ TEST(OmccDoc, ParsesJsonAndXmlAndFindsNodes) {
     // Another process's entry is not this one's, though libyang matches the path up to "processes".
     EXPECT_EQ(TypeOf(JsonDoc(9, ",\"get-ipc-info\":{}"), 10, "get-ipc-info"), "<no process>");
     EXPECT_EQ(TypeOf(JsonDoc(4294967295u, ",\"get-ipc-info\":{\"type\":\"x\"}"), 4294967295u, "get-ipc-info"), "x");
-}
 
-TEST(OmccDoc, RefusesWhatTheModelsDoNotAllow) {
+    // Refused: what the models do not allow.
     const std::string refused[] = {JsonDoc(1, ",\"get-ipc-info\":{\"type\":\"a\",\"bogus\":1}"),
                                    XmlDoc(1, "<get-ipc-info><bogus/></get-ipc-info>"),
                                    "{\"no-such-module:x\":{}}",

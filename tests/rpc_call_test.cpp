@@ -118,11 +118,11 @@ class RpcCallTest : public zol::test::LeakCheckedTest {
     }
 };
 
-TEST_F(RpcCallTest, CallbackModuleGetsRequestAndFlagOnItsTaskAndItsReplyComesBack) {
+// A callback module gets request and flag on "RPCR" and its reply comes back; queue modules answer themselves.
+TEST_F(RpcCallTest, CallbackAndQueueModulesAnswer) {
     void *rsp = nullptr;
     u32 len = 0;
     ASSERT_EQ(IPC_RPC_SyncCall(kCaller, kSelf, kEcho, 0x5A, NewMsg("hello rpc"), 9, &rsp, &len, kWait), IPC_RPC_OK);
-    ASSERT_NE(rsp, nullptr);
     EXPECT_EQ(Text(rsp, len), "re:hello rpc");
     const IPC_RPC_MSG_HEAD_S *h = HeadOf(rsp); // a reply swaps the modules
     EXPECT_EQ(std::make_tuple(ntohs(h->usMsgType), h->ucUserFlag, ntohl(h->ulSrcMod), ntohl(h->ulDstMod)),
@@ -132,20 +132,20 @@ TEST_F(RpcCallTest, CallbackModuleGetsRequestAndFlagOnItsTaskAndItsReplyComesBac
     std::string out = "unset";
     ASSERT_EQ(Call(kProbe, "defg", &out, 0x01), IPC_RPC_OK);
     EXPECT_EQ(out, ""); // answered without data
-    std::lock_guard<std::mutex> guard(g_probe.lock);
-    EXPECT_EQ(std::tie(g_probe.data, g_probe.flag, g_probe.srcMod, g_probe.srcNode, g_probe.task),
-              std::make_tuple("defg", u8{0x01}, kCaller, kSelf, "RPCR"));
+    {
+        std::lock_guard<std::mutex> guard(g_probe.lock);
+        EXPECT_EQ(std::tie(g_probe.data, g_probe.flag, g_probe.srcMod, g_probe.srcNode, g_probe.task),
+                  std::make_tuple("defg", u8{0x01}, kCaller, kSelf, "RPCR"));
+    }
 
     // Without outputs, and with the length alone, the reply is released by the call.
     u32 lenOnly = 5;
     EXPECT_EQ(IPC_RPC_SyncCall(kCaller, kSelf, kEcho, 0, NewMsg("x"), 1, nullptr, nullptr, kWait), IPC_RPC_OK);
     EXPECT_EQ(IPC_RPC_SyncCall(kCaller, kSelf, kEcho, 0, NewMsg("x"), 1, nullptr, &lenOnly, kWait), IPC_RPC_OK);
     EXPECT_EQ(lenOnly, 5u);
-}
 
-TEST_F(RpcCallTest, QueueModulesAnswerFromTheirOwnTask) {
+    // Queue modules answer from their own task.
     const u32 served = g_queue->Served();
-    std::string out;
     ASSERT_EQ(Call(kQueue, "item", &out), IPC_RPC_OK);
     EXPECT_EQ(out, "q:item");
     // Registered without task and event: the record still reaches the queue, though its event cannot
