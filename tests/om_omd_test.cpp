@@ -1,10 +1,8 @@
 // zol_omd and zol_diag between real peers: routing by process id and by document, relayed output and
 // results, unknown processes, time-outs, a missing daemon, and hostile peers that must not hurt it.
 #include <atomic>
-#include <cstdio>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <random>
 #include <string>
 #include <thread>
 #include <unistd.h>
@@ -40,8 +38,6 @@ class Server {
   public:
     explicit Server(bool bAnswer = true) : bAnswer_(bAnswer) {
         client_ = omcc_client_new("Zol_omd_test", 2);
-        paths_[0] = om_test::ProcPath(getpid()) + "/get-ipc-info";
-        paths_[1] = om_test::ProcPath(getpid()) + "/get-rpc-info";
         for (std::string &p : paths_) {
             OMCC_SUBSCRIPTION_S sub{p.c_str(), OMCC_SUB_KIND_REQUEST, TypeHandler, {}};
             omcc_subscribe(client_, &sub);
@@ -71,7 +67,8 @@ class Server {
     }
     bool bAnswer_;
     OMCC_CLIENT_S *client_ = nullptr;
-    std::string paths_[2];
+    std::string paths_[2] = {om_test::ProcPath(getpid()) + "/get-ipc-info",
+                             om_test::ProcPath(getpid()) + "/get-rpc-info"};
     int fd_ = -1;
     std::atomic<bool> stop_{false};
     std::thread thread_;
