@@ -62,9 +62,8 @@ TEST_F(UtilTest, ProcessNameComesFromProcWithoutItsLineFeed) {
 std::vector<std::string> StackLines(const std::string &text) {
     std::vector<std::string> lines;
     size_t pos = 0;
-    for (size_t end; (end = text.find("\r\n", pos)) != std::string::npos; pos = end + 2) {
+    for (size_t end; (end = text.find("\r\n", pos)) != std::string::npos; pos = end + 2)
         lines.push_back(text.substr(pos, end - pos));
-    }
     EXPECT_EQ(pos, text.size()) << "every line ends with CR LF";
     return lines;
 }

@@ -79,9 +79,8 @@ TEST(PlatformTask, ForeignThreadsAreAdoptedWithTheirKernelName) {
         ASSERT_NE(ids[i], 0u);
         EXPECT_NE(ids[i], mainId);
         EXPECT_EQ(std::string(RUK_GetTaskName(ids[i])), "adopted" + std::to_string(i)); // outlives the thread
-        for (size_t j = 0; j < i; ++j) {
+        for (size_t j = 0; j < i; ++j)
             EXPECT_NE(ids[i], ids[j]);
-        }
     }
 }
 
@@ -111,9 +110,8 @@ TEST(PlatformEvent, WriterWakesATaskWaitingForAllBits) {
         received = got;
         done.set_value();
     });
-    while (id.load() == 0) {
+    while (id.load() == 0)
         std::this_thread::yield();
-    }
     std::future<void> finished = done.get_future();
     ASSERT_EQ(RUK_Ev_Write(id, 0x1), RUK_OK);
     EXPECT_EQ(finished.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout) << "one of two bits";

@@ -69,9 +69,8 @@ TEST_F(HashTest, BucketOrderWithAndWithoutOrderCallback) {
         std::vector<Elem> e = {{{}, 5, 0}, {{}, 1, 1}, {{}, 5, 2}, {{}, 3, 3}, {{}, 1, 4}};
         HashTable *t = HASH_Create_Table(4, c.order);
         ASSERT_NE(t, nullptr);
-        for (Elem &x : e) {
+        for (Elem &x : e)
             HASH_Add_Node(t, &x.node, 1, &x.key);
-        }
         EXPECT_EQ(t->buckets[1].count, 5u);
         EXPECT_EQ(Walk(t), c.serials);
         g_serials.clear();
@@ -107,9 +106,8 @@ TEST_F(HashTest, RandomSequencesMatchModel) {
     std::vector<Elem> e(kElems);
     std::vector<std::vector<int>> model(kBuckets); // serials in bucket order
     std::mt19937 rng(77001u);
-    for (int i = 0; i < kElems; ++i) {
+    for (int i = 0; i < kElems; ++i)
         e[i] = Elem{{nullptr, nullptr}, static_cast<int>(rng() % 20), i};
-    }
     auto bucketOf = [](int k) { return static_cast<u32>(k) % kBuckets; };
     for (int step = 0; step < 3000; ++step) {
         Elem &x = e[rng() % kElems];

@@ -120,9 +120,8 @@ TEST(ListModelTest, RandomSequencesKeepInvariants) {
     constexpr int kElems = 48;
     std::vector<SllElem> se(kElems);
     std::vector<DllElem> de(kElems);
-    for (int i = 0; i < kElems; ++i) {
+    for (int i = 0; i < kElems; ++i)
         se[i].key = de[i].key = i;
-    }
     SllHead sh;
     DllHead dh;
     InitHead(&sh);
