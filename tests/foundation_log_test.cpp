@@ -127,7 +127,8 @@ TEST_F(LogWriterTest, FilterLetsOneRecordPerTagAndIntervalThroughAndCountsThem) 
     EXPECT_EQ(records.back().Formatted(), "callCnt:2,counted");
 }
 
-TEST_F(LogWriterTest, TagsTooLongForAKeyBypassTheFilter) {
+// Tags too long for a filter key bypass the filter; formatted texts are cut to fit the buffer.
+TEST_F(LogWriterTest, LongTagsBypassTheFilterAndLongTextsAreCut) {
     const std::string fits(62, 'K');    // key of 63 characters and its terminator: 64 bytes
     const std::string tooLong(63, 'L'); // no room for the terminator
     const std::string muchLonger(200, 'M');
@@ -143,13 +144,9 @@ TEST_F(LogWriterTest, TagsTooLongForAKeyBypassTheFilter) {
         for (const ImRecord &record : records)
             EXPECT_EQ(record.Formatted(), "text");
     }
-}
-
-TEST_F(LogWriterTest, FormattedTextIsCutToFitTheBuffer) {
-    std::string text(300, 'y');
-    LogMsg("TRUNC", false, text.c_str());
-    LogMsg("TRUNC", false, text.substr(0, 255).c_str());
-    std::vector<ImRecord> records = agent_.Records();
+    LogMsg("TRUNC", false, std::string(300, 'y').c_str());
+    LogMsg("TRUNC", false, std::string(255, 'y').c_str());
+    std::vector<ImRecord> records = agent_.WithTag("TRUNC");
     ASSERT_EQ(records.size(), 2u);
     EXPECT_EQ(records[0].Formatted(), std::string(255, 'y'));
     EXPECT_EQ(records[1].Formatted(), std::string(255, 'y'));
