@@ -84,7 +84,7 @@ TEST(PlatformTask, ForeignThreadsAreAdoptedWithTheirKernelName) {
     }
 }
 
-TEST(PlatformEvent, AllAnyNowaitAndTimeout) {
+TEST(PlatformEvent, AllAnyNowaitTimeoutAndWakeUp) {
     u32 self = RUK_TaskCurrentIdGet();
     u32 got = 0;
     ASSERT_EQ(RUK_Ev_Write(self, 0x5), RUK_OK);
@@ -98,16 +98,15 @@ TEST(PlatformEvent, AllAnyNowaitAndTimeout) {
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(40));
     EXPECT_EQ(RUK_Ev_Read(0, &got, RUK_NOWAIT, 0), RUK_ERR_PARAM);
     EXPECT_EQ(RUK_Ev_Write(0xFFFFFFF0u, 1), RUK_ERR_NOT_FOUND);
-}
 
-TEST(PlatformEvent, WriterWakesATaskWaitingForAllBits) {
+    // A writer wakes a task waiting for all bits.
     std::atomic<u32> id{0}, result{~0u}, received{0};
     std::promise<void> done;
     std::thread waiter([&] { // waits for ever for events 1 and 2 together, as a service task does
         id = RUK_TaskCurrentIdGet();
-        u32 got = 0;
-        result = RUK_Ev_Read(0x3, &got, RUK_WAIT, 0);
-        received = got;
+        u32 bits = 0;
+        result = RUK_Ev_Read(0x3, &bits, RUK_WAIT, 0);
+        received = bits;
         done.set_value();
     });
     while (id.load() == 0)

@@ -56,7 +56,7 @@ std::vector<int> Walk(HashTable *t) {
 
 class HashTest : public zol::test::LeakCheckedTest {};
 
-TEST_F(HashTest, BucketOrderWithAndWithoutOrderCallback) {
+TEST_F(HashTest, BucketOrderEmptyTablesAndCreationWithoutMemory) {
     struct Case {
         HASH_ORDER_PF order;
         std::vector<int> serials; // walk and release order
@@ -77,9 +77,8 @@ TEST_F(HashTest, BucketOrderWithAndWithoutOrderCallback) {
         EXPECT_EQ(HASH_Delete_Table(t, ReleaseElem), 0u);
         EXPECT_EQ(g_serials, c.serials);
     }
-}
 
-TEST_F(HashTest, EmptyTablesAndCreationWithoutMemory) {
+    // Empty tables, and creation without memory.
     HashTable *t = HASH_Create_Table(3, nullptr);
     ASSERT_NE(t, nullptr);
     int key = 7;
