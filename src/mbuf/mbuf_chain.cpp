@@ -55,8 +55,10 @@ static_assert(sizeof(MBUF::controlInfo) % sizeof(Chunk32) == 0);
 
 // The control area is cleared and copied with plain vector stores, kept from being turned back into
 // memset / memcpy: for an area this small the string instructions those pick cost more to start than the
-// whole move. On x86-64 a second version uses 32-byte registers where the processor has them.
-#if defined(__x86_64__)
+// whole move. On x86-64 a second version uses 32-byte registers where the processor has them. The choice is
+// made by a resolver that runs while the library is relocated, before a sanitizer's runtime is up, so
+// sanitizer builds keep the one version.
+#if defined(__x86_64__) && !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__)
 #define ZOL_CONTROL_AREA_MOVE                                                                                          \
     __attribute__((optimize("no-tree-loop-distribute-patterns"), target_clones("avx2", "default")))
 #else
