@@ -100,7 +100,6 @@ inline void ExpectSound(const std::vector<const MBUF *> &buffers) {
         EXPECT_EQ(RefCount(block), n) << "references of a block";
 }
 
-// The invariant over the buffers, then each destroyed.
 inline void ExpectSoundThenDestroy(std::initializer_list<MBUF *> buffers) {
     ExpectSound(std::vector<const MBUF *>(buffers.begin(), buffers.end()));
     for (MBUF *m : buffers)

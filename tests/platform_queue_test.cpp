@@ -17,7 +17,6 @@
 
 namespace {
 
-// Runs call and checks it returns RUK_ERR_TIMEOUT no sooner than ms.
 template <typename Call>
 void ExpectTimeout(Call call, long ms) {
     auto start = std::chrono::steady_clock::now();

@@ -112,7 +112,6 @@ TEST(ListTest, EdgeCasesTheModelDoesNotReach) {
     ExpectList(&dh, {});
 }
 
-// Random mix of operations on both lists, checked against std::list after every step.
 TEST(ListModelTest, RandomSequencesKeepInvariants) {
     constexpr int kElems = 48;
     std::vector<SllElem> se(kElems);

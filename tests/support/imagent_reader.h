@@ -75,7 +75,6 @@ inline bool ParseImRecord(const std::string &line, ImRecord *out) {
     return std::string(p) == "]}";
 }
 
-// The records whose tag (first own text) is the given one.
 inline std::vector<ImRecord> RecordsWithTag(const std::vector<ImRecord> &records, const std::string &tag) {
     std::vector<ImRecord> found;
     std::copy_if(records.begin(), records.end(), std::back_inserter(found), [&](auto &r) { return r.Tag() == tag; });
@@ -117,7 +116,6 @@ class ImAgentCapture {
         return records;
     }
     std::vector<ImRecord> WithTag(const std::string &tag) const { return RecordsWithTag(Records(), tag); }
-    // Forgets what was written so far.
     void Clear() const { std::ofstream(path_, std::ios::trunc).close(); }
 
   private:
