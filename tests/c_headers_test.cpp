@@ -18,9 +18,8 @@ TEST(CHeaders, CompileAsCAgreeOnLayoutsAndCallFromC) {
     size_t c[16] = {};
     const size_t cxx[] = ZOL_TEST_LAYOUTS;
     ASSERT_EQ(ZolCLayout(c), std::size(cxx));
-    for (size_t i = 0; i < std::size(cxx); ++i) {
+    for (size_t i = 0; i < std::size(cxx); ++i)
         EXPECT_EQ(c[i], cxx[i]) << "layout value " << i;
-    }
     EXPECT_EQ(sizeof(ZOL_LogPoint), 4u);
     if (sizeof(void *) == 8) { // the 64-bit layouts other programs are built against
         EXPECT_EQ(sizeof(SllHead), 32u);

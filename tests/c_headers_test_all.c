@@ -12,9 +12,8 @@ void ZolCFormat(char *pcBuf, u32 ulSize);
 size_t ZolCLayout(size_t *pulValues) {
     const size_t aulLayout[] = ZOL_TEST_LAYOUTS;
     size_t i;
-    for (i = 0; i < sizeof(aulLayout) / sizeof(aulLayout[0]); ++i) {
+    for (i = 0; i < sizeof(aulLayout) / sizeof(aulLayout[0]); ++i)
         pulValues[i] = aulLayout[i];
-    }
     return i;
 }
 

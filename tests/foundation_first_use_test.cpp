@@ -27,15 +27,13 @@ TEST(FirstUseTest, LockMemoryHandleAndIdentityAreSetUpOnceByTheFirstCalls) {
     ASSERT_EQ(PLAT_FaultInject("RUK_MutexInit", 0, 1), 0u);
     const char *const texts[] = {"FIRST_LOCK", "message"};
     ZOL_LogPoint point{0x1C, 2, 29, 1};
-    for (int i = 0; i < 3; ++i) {
+    for (int i = 0; i < 3; ++i)
         ZOL_WriteLog(&point, "FIRST_LOCK", texts, 2, "first use");
-    }
     std::vector<ImRecord> records = agent.Records();
     EXPECT_GE(records.size(), 2u);
     EXPECT_LE(records.size(), 3u);
-    for (const ImRecord &record : records) {
+    for (const ImRecord &record : records)
         EXPECT_EQ(record.Formatted(), "first use") << "no count before the record exists";
-    }
 
     agent.Clear();
     ASSERT_EQ(PLAT_FaultInject("RUK_HandleInitialize", 0, 1), 0u);

@@ -56,9 +56,8 @@ TEST_F(LogWriterTest, EveryTypeReportsItsIdOnlyWithItsParameterCount) {
         EXPECT_EQ(record.logId, expected.logId);
         ASSERT_EQ(record.params.size(), kImFirstText + expected.paraNum);
         EXPECT_EQ(record.Formatted(), "type" + std::to_string(type) + "/n" + std::to_string(expected.paraNum - 1));
-        for (uint32_t i = 0; i + 1 < expected.paraNum; ++i) {
+        for (uint32_t i = 0; i + 1 < expected.paraNum; ++i)
             EXPECT_EQ(record.Text(kImFirstText + i), texts[i]);
-        }
     }
 }
 
@@ -87,16 +86,14 @@ TEST_F(LogWriterTest, RecordCarriesIdentityThenTextsThenFormattedText) {
 // call sites sharing a tag share the record; unfiltered calls always pass and are not counted.
 TEST_F(LogWriterTest, FilterLetsOneRecordPerTagAndIntervalThroughAndCountsThem) {
     int64_t start = NowMs();
-    for (int i = 0; i < 3; ++i) {
+    for (int i = 0; i < 3; ++i)
         LogMsg("FLT_ONE", true, ("call" + std::to_string(i)).c_str());
-    }
     LogMsg("FLT_SHARED", true, "site A", kTypeIpcMsgErr);
     LogMsg("FLT_SHARED", true, "site B", kTypeRpcMsgErr);
     LogMsg("FLT_OTHER", true, "other tag");
     LogMsg("FLT_MIXED", true, "filtered");
-    for (int i = 0; i < 4; ++i) {
+    for (int i = 0; i < 4; ++i)
         LogMsg("FLT_MIXED", false, "unfiltered");
-    }
     LogMsg("FLT_MIXED", true, "filtered again");
     bool quick = NowMs() - start < kWithinIntervalMs;
     const std::vector<ImRecord> one = agent_.WithTag("FLT_ONE"), shared = agent_.WithTag("FLT_SHARED"),
@@ -130,31 +127,26 @@ TEST_F(LogWriterTest, FilterLetsOneRecordPerTagAndIntervalThroughAndCountsThem) 
     EXPECT_EQ(records.back().Formatted(), "callCnt:2,counted");
 }
 
-TEST_F(LogWriterTest, TagsTooLongForAKeyBypassTheFilter) {
+// Tags too long for a filter key bypass the filter; formatted texts are cut to fit the buffer.
+TEST_F(LogWriterTest, LongTagsBypassTheFilterAndLongTextsAreCut) {
     const std::string fits(62, 'K');    // key of 63 characters and its terminator: 64 bytes
     const std::string tooLong(63, 'L'); // no room for the terminator
     const std::string muchLonger(200, 'M');
     for (int i = 0; i < 3; ++i) {
-        for (const std::string *tag : {&fits, &tooLong, &muchLonger}) {
+        for (const std::string *tag : {&fits, &tooLong, &muchLonger})
             LogMsg(tag->c_str(), true, "text");
-        }
     }
     EXPECT_GE(agent_.WithTag(fits).size(), 1u);
     EXPECT_LE(agent_.WithTag(fits).size(), 3u);
     for (const std::string &tag : {tooLong, muchLonger}) {
         std::vector<ImRecord> records = agent_.WithTag(tag);
         ASSERT_EQ(records.size(), 3u) << "reported on every call";
-        for (const ImRecord &record : records) {
+        for (const ImRecord &record : records)
             EXPECT_EQ(record.Formatted(), "text");
-        }
     }
-}
-
-TEST_F(LogWriterTest, FormattedTextIsCutToFitTheBuffer) {
-    std::string text(300, 'y');
-    LogMsg("TRUNC", false, text.c_str());
-    LogMsg("TRUNC", false, text.substr(0, 255).c_str());
-    std::vector<ImRecord> records = agent_.Records();
+    LogMsg("TRUNC", false, std::string(300, 'y').c_str());
+    LogMsg("TRUNC", false, std::string(255, 'y').c_str());
+    std::vector<ImRecord> records = agent_.WithTag("TRUNC");
     ASSERT_EQ(records.size(), 2u);
     EXPECT_EQ(records[0].Formatted(), std::string(255, 'y'));
     EXPECT_EQ(records[1].Formatted(), std::string(255, 'y'));
@@ -179,9 +171,8 @@ TEST_F(LogWriterTest, FailuresEndTheCallSilently) {
     LogMsg("FAIL_NEW", true, "first kept");
     std::vector<ImRecord> records = agent_.WithTag("FAIL_NEW");
     ASSERT_EQ(records.size(), 3u);
-    for (const ImRecord &record : records) {
+    for (const ImRecord &record : records)
         EXPECT_EQ(record.Formatted().find("callCnt"), std::string::npos) << record.Formatted();
-    }
     // Without the lock the table is left alone and the call let through uncounted.
     ASSERT_EQ(PLAT_FaultInject("RUK_MutexLock", 0, 1), 0u);
     LogMsg("FAIL_ONE", true, "lock refused");

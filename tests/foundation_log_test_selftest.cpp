@@ -79,9 +79,8 @@ TEST(DiaglogSelfTest, ReportsEveryTypeOnceThenOnlyTheUnfilteredWithinTheInterval
     ZOL_VerifyDiaglog();
     std::vector<ImRecord> records = agent.Records();
     ASSERT_EQ(records.size(), 48u);
-    for (int i = 0; i < 48; ++i) {
+    for (int i = 0; i < 48; ++i)
         ExpectSelfTestRecord(records[i], i);
-    }
     ExpectSummary();
 
     agent.Clear();

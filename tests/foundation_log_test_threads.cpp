@@ -24,9 +24,8 @@ std::string Name(const char *prefix, int i, int j = -1) {
 
 void LogFromThread(int index, int64_t deadline, const std::atomic<bool> &go) {
     prctl(PR_SET_NAME, Name("mtlog", index).c_str(), 0, 0, 0);
-    while (!go.load()) {
+    while (!go.load())
         std::this_thread::yield();
-    }
     for (int j = 0; j < kDistinctPerThread || NowMs() < deadline; ++j) {
         LogMsg("MT_SHARED", true, "shared");
         LogMsg(Name("MT_OWN", index).c_str(), true, "own");
@@ -52,9 +51,8 @@ void ExpectCountChain(const std::vector<ImRecord> &records, int64_t elapsedMs, c
         counts.insert(count);
     }
     uint32_t expected = 1;
-    for (uint32_t count : counts) {
+    for (uint32_t count : counts)
         EXPECT_EQ(count, expected++);
-    }
     EXPECT_LE(static_cast<int64_t>(records.size()), elapsedMs / 500 + 1) << "at most one record per 500 ms";
 }
 
@@ -63,13 +61,11 @@ TEST(LogThreadsTest, ManyThreadsLoggingAtOnceLoseAndDuplicateNothing) {
     std::atomic<bool> go{false};
     const int64_t start = NowMs();
     std::vector<std::thread> threads;
-    for (int i = 0; i < kThreads; ++i) {
+    for (int i = 0; i < kThreads; ++i)
         threads.emplace_back(LogFromThread, i, start + kRunMs, std::cref(go));
-    }
     go.store(true);
-    for (std::thread &thread : threads) {
+    for (std::thread &thread : threads)
         thread.join();
-    }
     const int64_t elapsedMs = NowMs() - start;
 
     const std::vector<ImRecord> records = agent.Records();

@@ -2,6 +2,7 @@
 #include <cstring>
 #include <fstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "zol_foundation.h"
@@ -62,9 +63,8 @@ TEST_F(UtilTest, ProcessNameComesFromProcWithoutItsLineFeed) {
 std::vector<std::string> StackLines(const std::string &text) {
     std::vector<std::string> lines;
     size_t pos = 0;
-    for (size_t end; (end = text.find("\r\n", pos)) != std::string::npos; pos = end + 2) {
+    for (size_t end; (end = text.find("\r\n", pos)) != std::string::npos; pos = end + 2)
         lines.push_back(text.substr(pos, end - pos));
-    }
     EXPECT_EQ(pos, text.size()) << "every line ends with CR LF";
     return lines;
 }
@@ -103,18 +103,19 @@ void LocalFunction() {}
 
 TEST_F(UtilTest, SymbolNamesOfAddressesAndCraftedTexts) {
     char name[64];
-    BDS_SymNameGetEx(reinterpret_cast<void *>(&ZOL_WriteLog), name, sizeof(name));
-    EXPECT_STREQ(name, "ZOL_WriteLog");
-    BDS_SymNameGetEx(reinterpret_cast<char *>(&ZOL_FormatToBuff) + 4, name, sizeof(name));
-    EXPECT_STREQ(name, "ZOL_FormatToBuff");
-    BDS_SymNameGetEx(reinterpret_cast<void *>(&ZOL_WriteLog), name, 5);
-    EXPECT_STREQ(name, "ZOL_");
+    // Address, buffer size, name: exported, inside an exported function, cut, an address no object holds.
+    const std::tuple<const void *, u32, const char *> rows[] = {
+        {reinterpret_cast<void *>(&ZOL_WriteLog), 64, "ZOL_WriteLog"},
+        {reinterpret_cast<char *>(&ZOL_FormatToBuff) + 4, 64, "ZOL_FormatToBuff"},
+        {reinterpret_cast<void *>(&ZOL_WriteLog), 5, "ZOL_"},
+        {reinterpret_cast<void *>(0x10), 64, "0x10"},
+        {reinterpret_cast<void *>(0x4000), 4, "0x4"}};
+    for (auto [address, size, expected] : rows) {
+        BDS_SymNameGetEx(const_cast<void *>(address), name, size);
+        EXPECT_STREQ(name, expected);
+    }
     BDS_SymNameGetEx(reinterpret_cast<void *>(&LocalFunction), name, sizeof(name));
     EXPECT_EQ(std::string(name).rfind("-x", 0), 0u) << "a function without an exported name: " << name;
-    BDS_SymNameGetEx(reinterpret_cast<void *>(0x10), name, sizeof(name));
-    EXPECT_STREQ(name, "0x10") << "an address no object holds";
-    BDS_SymNameGetEx(reinterpret_cast<void *>(0x4000), name, 4);
-    EXPECT_STREQ(name, "0x4");
 
     std::strcpy(name, "kept");
     BDS_SymNameGetEx(nullptr, name, sizeof(name));
@@ -125,19 +126,18 @@ TEST_F(UtilTest, SymbolNamesOfAddressesAndCraftedTexts) {
     EXPECT_EQ(records[0].Text(5), "Input para is NULL");
     EXPECT_EQ(records[0].Formatted(), "arrSize:64!");
 
-    BDS_SymNameGetCheck("func+0x10) [0x4000]", name, sizeof(name));
-    EXPECT_STREQ(name, "func");
-    BDS_SymNameGetCheck("0x10) [0x4000]", name, sizeof(name));
-    EXPECT_STREQ(name, "-x10");
-    BDS_SymNameGetCheck("_Z3fooi_9", name, sizeof(name));
-    EXPECT_STREQ(name, "_Z3fooi_9");
+    // Crafted texts: the name before "+", "-x" for an offset alone, ASCII identifier characters only.
+    for (auto [text, expected] : {std::pair{"func+0x10) [0x4000]", "func"},
+                                  {"0x10) [0x4000]", "-x10"},
+                                  {"_Z3fooi_9", "_Z3fooi_9"},
+                                  {"caf\xc3\xa9", "caf"},
+                                  {")", ""}}) {
+        BDS_SymNameGetCheck(text, name, sizeof(name));
+        EXPECT_STREQ(name, expected) << text;
+    }
     std::memset(name, '#', sizeof(name));
     BDS_SymNameGetCheck("abcdef", name, 4);
     EXPECT_EQ(std::string(name, 5), std::string("abc\0#", 5)) << "cut, and only the buffer is touched";
-    BDS_SymNameGetCheck("caf\xc3\xa9", name, sizeof(name));
-    EXPECT_STREQ(name, "caf") << "ASCII identifiers only";
-    BDS_SymNameGetCheck(")", name, sizeof(name));
-    EXPECT_STREQ(name, "");
 }
 
 } // namespace

@@ -20,9 +20,8 @@ class Sim {
   public:
     explicit Sim(u32 seed) : rng_(seed) {}
     ~Sim() {
-        for (MBUF *m : bufs_) {
+        for (MBUF *m : bufs_)
             MBUF_Destroy(m);
-        }
     }
 
     void Step() {
@@ -39,9 +38,8 @@ class Sim {
         }
         PLAT_FaultClear();
         ExpectSound(std::vector<const MBUF *>(bufs_.begin(), bufs_.end()));
-        for (size_t i = 0; i < bufs_.size(); ++i) {
+        for (size_t i = 0; i < bufs_.size(); ++i)
             ASSERT_EQ(Flat(bufs_[i]), models_[i]) << "buffer " << i << " after op " << op_;
-        }
     }
 
     u32 failures = 0;
@@ -132,9 +130,8 @@ class Sim {
             neat ? MBUF_NeatConcatenate(bufs_[i], bufs_[j], &last, kMod) : MBUF_Concatenate(bufs_[i], bufs_[j], kMod);
         if (Succeeded(rc == 0, i, before)) {
             const DataBlockDescriptor *end = &bufs_[i]->firstDescriptor;
-            while (end->next != nullptr) {
+            while (end->next != nullptr)
                 end = end->next;
-            }
             EXPECT_TRUE(!neat || last == end);
             models_[i].insert(models_[i].end(), models_[j].begin(), models_[j].end());
             Remove(j);

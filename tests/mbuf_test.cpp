@@ -11,7 +11,7 @@ namespace {
 
 class MbufTest : public LeakCheckedTest {};
 
-TEST_F(MbufTest, CreationBoundsFreshStateAndFailures) {
+TEST_F(MbufTest, CreationBoundsFreshStateLayoutsAndFailures) {
     MBUF *m = MBUF_CreateForControlPacket(300, 1748, kType, kMod);
     ASSERT_NE(m, nullptr);
     EXPECT_EQ(m->firstDescriptor.data, m->firstDescriptor.dataBlock + 300);
@@ -38,21 +38,19 @@ TEST_F(MbufTest, CreationBoundsFreshStateAndFailures) {
                   return c != nullptr && Flat(c) == src && MBUF_Destroy(c) == 0;
               }),
               6u); // header, first block, then two more descriptors of record + block
-}
 
-TEST_F(MbufTest, CreateByCopyBufferLayout) {
-    const Bytes src = Pattern(3000, 6);
+    // Layouts of copies made from a flat buffer.
     struct Case {
         u32 head, len;
         std::vector<u16> lengths;
     };
     for (const Case &c : {Case{100, 3000, {1948, 1052}}, Case{2048, 10, {0, 10}}, Case{64, 0, {0}}}) {
-        MBUF *m = MBUF_CreateByCopyBuffer(c.head, c.len, src.data(), kType, kMod);
-        ASSERT_NE(m, nullptr);
-        EXPECT_EQ(Lengths(m), c.lengths) << c.head;
-        EXPECT_EQ(m->firstDescriptor.data, m->firstDescriptor.dataBlock + std::min<u32>(c.head, 2048));
-        EXPECT_EQ(Flat(m), Bytes(src.begin(), src.begin() + c.len));
-        ExpectSoundThenDestroy({m});
+        MBUF *copy = MBUF_CreateByCopyBuffer(c.head, c.len, src.data(), kType, kMod);
+        ASSERT_NE(copy, nullptr);
+        EXPECT_EQ(Lengths(copy), c.lengths) << c.head;
+        EXPECT_EQ(copy->firstDescriptor.data, copy->firstDescriptor.dataBlock + std::min<u32>(c.head, 2048));
+        EXPECT_EQ(Flat(copy), Bytes(src.begin(), src.begin() + c.len));
+        ExpectSoundThenDestroy({copy});
     }
     EXPECT_EQ(MBUF_CreateByCopyBuffer(0, 0, nullptr, kType, kMod), nullptr);
     EXPECT_EQ(MBUF_CreateByCopyBuffer(2049, 1, src.data(), kType, kMod), nullptr);

@@ -35,9 +35,8 @@ inline Bytes Flat(const MBUF *m) {
 
 inline Bytes Pattern(size_t n, u32 seed) {
     Bytes b(n);
-    for (size_t i = 0; i < n; ++i) {
+    for (size_t i = 0; i < n; ++i)
         b[i] = static_cast<u8>((i * 131u + seed * 17u + (i >> 8)) & 0xFF);
-    }
     return b;
 }
 
@@ -97,17 +96,14 @@ inline void ExpectSound(const std::vector<const MBUF *> &buffers) {
         EXPECT_EQ(total, m->totalDataLength);
         EXPECT_EQ(count, m->dataBlockCount);
     }
-    for (const auto &[block, n] : users) {
+    for (const auto &[block, n] : users)
         EXPECT_EQ(RefCount(block), n) << "references of a block";
-    }
 }
 
-// The invariant over the buffers, then each destroyed.
 inline void ExpectSoundThenDestroy(std::initializer_list<MBUF *> buffers) {
     ExpectSound(std::vector<const MBUF *>(buffers.begin(), buffers.end()));
-    for (MBUF *m : buffers) {
+    for (MBUF *m : buffers)
         EXPECT_EQ(MBUF_Destroy(m), 0u);
-    }
 }
 
 // A buffer whose descriptors hold the given lengths, each in its own block after `headSpace` bytes of head

@@ -58,9 +58,8 @@ const uint8_t *CodeOf(const char *name) {
 // The reserve slots, the two patch functions, and the reserve areas with their sizes, all zero.
 TEST(PatchTest, PatchableFunctionsStartWithFourNopsAndReserveAreasHaveTheirSizes) {
     std::vector<std::string> names = {"libzol_comm_ResPatchC2hActivefunc", "libzol_comm_ResPatchC2hDeactivefunc"};
-    for (int i = 1; i <= 10; ++i) {
+    for (int i = 1; i <= 10; ++i)
         names.push_back("ZolCommPatchRsv" + std::to_string(i));
-    }
     std::set<const uint8_t *> distinct; // a merged slot would leave a patch no room of its own
     for (const std::string &name : names) {
         const uint8_t *code = CodeOf(name.c_str());

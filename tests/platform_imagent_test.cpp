@@ -73,14 +73,12 @@ TEST(ImAgent, ConcurrentSendersWriteWholeLines) {
     for (u32 t = 0; t < kThreads; ++t) {
         // Long texts make a torn or interleaved line very likely if writes were split.
         threads.emplace_back([t, &text] {
-            for (u32 i = 0; i < kPerThread; ++i) {
+            for (u32 i = 0; i < kPerThread; ++i)
                 EXPECT_EQ(RUK_OK, SendRecord(t, text(t), i));
-            }
         });
     }
-    for (auto &th : threads) {
+    for (auto &th : threads)
         th.join();
-    }
     const auto records = capture.Records(); // a line that does not parse fails the test
     ASSERT_EQ(kThreads * kPerThread, records.size());
     std::vector<u32> next(kThreads, 0); // each thread's sequence numbers arrive in order

@@ -1,7 +1,9 @@
 // Stand-in memory service: handles, blocks, reference counts, bad frees, resizing, fault injection, live
 // counters back to zero, blocks freed on another thread.
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
+#include <functional>
 #include <gtest/gtest.h>
 #include <random>
 #include <thread>
@@ -31,18 +33,22 @@ void ExpectLive(u32 handle, u64 blocks, u64 bytes) {
 }
 
 // Bytes derived from where the block was first filled, so overlap and lost contents both show.
+u8 ByteAt(const void *origin, size_t i) {
+    return static_cast<u8>((reinterpret_cast<uintptr_t>(origin) >> 4) + i);
+}
 void Fill(void *block, size_t size) {
-    for (size_t i = 0; i < size; ++i) {
-        static_cast<u8 *>(block)[i] = static_cast<u8>((reinterpret_cast<uintptr_t>(block) >> 4) + i);
-    }
+    for (size_t i = 0; i < size; ++i)
+        static_cast<u8 *>(block)[i] = ByteAt(block, i);
 }
 bool Intact(const void *block, size_t size, const void *origin) {
-    for (size_t i = 0; i < size; ++i) {
-        if (static_cast<const u8 *>(block)[i] != static_cast<u8>((reinterpret_cast<uintptr_t>(origin) >> 4) + i)) {
-            return false;
-        }
-    }
-    return true;
+    size_t i = 0;
+    while (i < size && static_cast<const u8 *>(block)[i] == ByteAt(origin, i))
+        ++i;
+    return i == size;
+}
+
+void JoinAll(std::vector<std::thread> &threads) {
+    std::for_each(threads.begin(), threads.end(), std::mem_fn(&std::thread::join));
 }
 
 // Two blocks of each size, so a pointer a few bytes off a payload start may fall in a neighbour's header.
@@ -89,8 +95,7 @@ TEST(PlatformMem, ReferenceCountsAndBadFrees) {
         EXPECT_EQ(RUK_MemRefInc(block), RUK_OK);
         EXPECT_EQ(RUK_MemRefGet(block, &refs), RUK_OK);
         EXPECT_EQ(refs, 3u);
-        EXPECT_EQ(FREE(handle, block), RUK_OK);
-        EXPECT_EQ(FREE(handle, block), RUK_OK);
+        EXPECT_TRUE(FREE(handle, block) == RUK_OK && FREE(handle, block) == RUK_OK);
         ExpectLive(handle, 1, size);
         EXPECT_EQ(FREE(handle, block), RUK_OK);
         ExpectLive(handle, 0, 0);
@@ -100,26 +105,23 @@ TEST(PlatformMem, ReferenceCountsAndBadFrees) {
     void *live = ALLOC(handle, 100);
     int onStack = 0;
     void *fromMalloc = std::malloc(64);
-    for (void *bad : {static_cast<void *>(nullptr), static_cast<void *>(&onStack), fromMalloc}) {
+    for (void *bad : {static_cast<void *>(nullptr), static_cast<void *>(&onStack), fromMalloc})
         EXPECT_EQ(FREE(handle, bad), RUK_ERR_BAD_BLOCK) << bad;
-    }
     std::free(fromMalloc);
     ExpectLive(handle, 1, 100);
 
     // Injected failures hit exactly the calls asked for and change nothing.
     ASSERT_EQ(PLAT_FaultInject("RUK_MemAlloc_F", 1, 2), RUK_OK);
     void *blocks[4];
-    for (void *&block : blocks) {
+    for (void *&block : blocks)
         block = ALLOC(handle, 64);
-    }
     EXPECT_TRUE(blocks[0] != nullptr && blocks[1] == nullptr && blocks[2] == nullptr && blocks[3] != nullptr);
     ASSERT_EQ(PLAT_FaultInject("RUK_MemFree_F", 0, 1), RUK_OK);
     EXPECT_EQ(FREE(handle, live), RUK_ERR_INJECTED);
     EXPECT_EQ(RUK_MemRefGet(live, &refs), RUK_OK);
     EXPECT_EQ(refs, 1u) << "an injected free must not drop the reference";
-    for (void *block : {live, blocks[0], blocks[3]}) {
+    for (void *block : {live, blocks[0], blocks[3]})
         EXPECT_EQ(FREE(handle, block), RUK_OK);
-    }
     ExpectLive(handle, 0, 0);
     PLAT_FaultClear();
 }
@@ -176,15 +178,10 @@ TEST(PlatformMem, BlocksAllocatedOnOneThreadAreFreedOnAnother) {
         });
     }
     const u64 stop[4] = {0, 0, 0, 0};
-    for (std::thread &producer : producers) {
-        producer.join();
-    }
-    for (int i = 0; i < kThreads; ++i) {
+    JoinAll(producers);
+    for (int i = 0; i < kThreads; ++i)
         ASSERT_EQ(RUK_Que_Write(queue, stop, RUK_WAIT, 0), RUK_OK);
-    }
-    for (std::thread &consumer : consumers) {
-        consumer.join();
-    }
+    JoinAll(consumers);
     EXPECT_EQ(damaged.load(), 0);
     ExpectLive(handle, 0, 0);
 }
@@ -197,34 +194,28 @@ TEST(PlatformMem, CountersStayExactAcrossThreadLivesAndEnds) {
     std::vector<void *> blocks(kBlocks);
     std::atomic<int> stage{0};
     std::thread owner([&] {
-        for (void *&block : blocks) {
+        for (void *&block : blocks)
             block = ALLOC(handle, 64);
-        }
         stage = 1;
-        while (stage.load() != 2) {
+        while (stage.load() != 2)
             std::this_thread::yield();
-        }
     });
-    while (stage.load() != 1) {
+    while (stage.load() != 1)
         std::this_thread::yield();
-    }
     ExpectLive(handle, kBlocks, kBlocks * 64);
-    for (int i = 0; i < kBlocks / 2; ++i) {
+    for (int i = 0; i < kBlocks / 2; ++i)
         ASSERT_EQ(FREE(handle, blocks[i]), RUK_OK);
-    }
     ExpectLive(handle, kBlocks / 2, kBlocks / 2 * 64);
     stage = 2;
     owner.join();
     ExpectLive(handle, kBlocks / 2, kBlocks / 2 * 64);
     std::thread([&] {
-        for (int i = kBlocks / 2; i < kBlocks; ++i) {
+        for (int i = kBlocks / 2; i < kBlocks; ++i)
             EXPECT_EQ(FREE(handle, blocks[i]), RUK_OK);
-        }
     }).join();
     ExpectLive(handle, 0, 0);
-    for (void *block : blocks) {
+    for (void *block : blocks)
         EXPECT_EQ(FREE(handle, block), RUK_ERR_BAD_BLOCK) << "freed on a thread that has ended";
-    }
 }
 
 #if defined(__SANITIZE_ADDRESS__)

@@ -36,9 +36,8 @@ struct TestList {
     std::string Order() const {
         std::string order;
         const RUK_SLL_NODE_S *last = &list.stHead;
-        for (const RUK_SLL_NODE_S *p = list.stHead.pNext; p != &list.stHead; last = p, p = p->pNext) {
+        for (const RUK_SLL_NODE_S *p = list.stHead.pNext; p != &list.stHead; last = p, p = p->pNext)
             order += static_cast<char>('0' + (p - nodes));
-        }
         EXPECT_EQ(last, list.pTail);
         EXPECT_EQ(order.size(), list.ulCount);
         return order;
@@ -59,9 +58,8 @@ TEST(PlatformMisc, SllDeleteKeepsTailAndCount) {
     ASSERT_EQ(RUK_OK, PLAT_FaultInject("RUK_SllDeleteSafe", 0, 1));
     EXPECT_EQ(RUK_ERR_INJECTED, RUK_SllDeleteSafe(&l.list, &l.nodes[1]));
     EXPECT_EQ("012", l.Order());
-    for (RUK_SLL_NODE_S &node : l.nodes) {
+    for (RUK_SLL_NODE_S &node : l.nodes)
         EXPECT_EQ(RUK_OK, RUK_SllDeleteSafe(&l.list, &node));
-    }
     EXPECT_EQ("", l.Order());
 }
 

@@ -17,7 +17,6 @@
 
 namespace {
 
-// Runs call and checks it returns RUK_ERR_TIMEOUT no sooner than ms.
 template <typename Call>
 void ExpectTimeout(Call call, long ms) {
     auto start = std::chrono::steady_clock::now();
@@ -103,13 +102,11 @@ TEST(PlatformQueue, ManyProducersAndConsumersLoseAndDuplicateNothing) {
             }
         });
     }
-    for (auto &t : producers) {
+    for (auto &t : producers)
         t.join();
-    }
     const u64 stop[4] = {~0ull, 0, 0, 0};
-    for (u64 c = 0; c < kConsumers; ++c) {
+    for (u64 c = 0; c < kConsumers; ++c)
         ASSERT_EQ(RUK_Que_Write(queue, stop, RUK_WAIT, 0), RUK_OK);
-    }
     std::vector<u64> all;
     for (u64 c = 0; c < kConsumers; ++c) {
         consumers[c].join();
@@ -117,9 +114,8 @@ TEST(PlatformQueue, ManyProducersAndConsumersLoseAndDuplicateNothing) {
     }
     std::sort(all.begin(), all.end());
     ASSERT_EQ(all.size(), kProducers * kPerProducer);
-    for (u64 i = 0; i < all.size(); ++i) {
+    for (u64 i = 0; i < all.size(); ++i)
         ASSERT_EQ(all[i], i) << "record lost, duplicated, reordered or damaged";
-    }
 }
 
 TEST(PlatformSem, CountsNowaitTimeoutAndDelete) {

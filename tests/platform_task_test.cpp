@@ -79,13 +79,12 @@ TEST(PlatformTask, ForeignThreadsAreAdoptedWithTheirKernelName) {
         ASSERT_NE(ids[i], 0u);
         EXPECT_NE(ids[i], mainId);
         EXPECT_EQ(std::string(RUK_GetTaskName(ids[i])), "adopted" + std::to_string(i)); // outlives the thread
-        for (size_t j = 0; j < i; ++j) {
+        for (size_t j = 0; j < i; ++j)
             EXPECT_NE(ids[i], ids[j]);
-        }
     }
 }
 
-TEST(PlatformEvent, AllAnyNowaitAndTimeout) {
+TEST(PlatformEvent, AllAnyNowaitTimeoutAndWakeUp) {
     u32 self = RUK_TaskCurrentIdGet();
     u32 got = 0;
     ASSERT_EQ(RUK_Ev_Write(self, 0x5), RUK_OK);
@@ -99,21 +98,19 @@ TEST(PlatformEvent, AllAnyNowaitAndTimeout) {
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(40));
     EXPECT_EQ(RUK_Ev_Read(0, &got, RUK_NOWAIT, 0), RUK_ERR_PARAM);
     EXPECT_EQ(RUK_Ev_Write(0xFFFFFFF0u, 1), RUK_ERR_NOT_FOUND);
-}
 
-TEST(PlatformEvent, WriterWakesATaskWaitingForAllBits) {
+    // A writer wakes a task waiting for all bits.
     std::atomic<u32> id{0}, result{~0u}, received{0};
     std::promise<void> done;
     std::thread waiter([&] { // waits for ever for events 1 and 2 together, as a service task does
         id = RUK_TaskCurrentIdGet();
-        u32 got = 0;
-        result = RUK_Ev_Read(0x3, &got, RUK_WAIT, 0);
-        received = got;
+        u32 bits = 0;
+        result = RUK_Ev_Read(0x3, &bits, RUK_WAIT, 0);
+        received = bits;
         done.set_value();
     });
-    while (id.load() == 0) {
+    while (id.load() == 0)
         std::this_thread::yield();
-    }
     std::future<void> finished = done.get_future();
     ASSERT_EQ(RUK_Ev_Write(id, 0x1), RUK_OK);
     EXPECT_EQ(finished.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout) << "one of two bits";

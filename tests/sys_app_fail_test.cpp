@@ -38,9 +38,8 @@ TEST(SysAppFailTest, FailuresEndStartUpWithTheirCodes) {
     EXPECT_EQ(g_appLog.inits.load(), 2);
     EXPECT_EQ(g_appLog.initOrder[2], 0) << "initialisations after the failing one must not run";
     EXPECT_EQ(g_ulTaskLinkNum, 0u);
-    for (auto &app : apps) {
+    for (auto &app : apps)
         EXPECT_EQ(app.ulTaskId, 0u);
-    }
 
     // "INIT" itself cannot be created: the initialisations ran, no task exists.
     g_secondInitResult = 0;

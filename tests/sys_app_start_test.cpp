@@ -52,18 +52,16 @@ TEST(SysAppStartTest, InitsTasksChainAndWakeUpInOrder) {
     // Every ready notice is logged (never filtered), in chain order, with the task's name.
     const auto notices = capture.WithTag("JUX_GTFM");
     ASSERT_EQ(notices.size(), 4u);
-    for (int i = 0; i < 4; ++i) {
+    for (int i = 0; i < 4; ++i)
         EXPECT_EQ(notices[i].Formatted(), std::string("Task ") + apps[chain[i]].szTaskName + " Init ... ok");
-    }
     const auto created = capture.WithTag("SYS_CAT");
     ASSERT_FALSE(created.empty());
     EXPECT_EQ(created[0].Text(zol::test::kImFirstText + 1), "Create task result succeed");
     EXPECT_EQ(created[0].Formatted(), "appNum:5");
 
     // Every task gets the wake-up after SYS_StartApp has returned or about then.
-    for (int app : chain) {
+    for (int app : chain)
         EXPECT_TRUE(zol::test::Eventually([&] { return g_appLog.woken[app].load(); })) << "app " << app;
-    }
     // Start-up is over: the last task's successor is no longer "INIT", and an unknown id has none.
     EXPECT_EQ(JUX_GetTaskFollowMe(apps[4].ulTaskId), 0u);
     EXPECT_EQ(JUX_GetTaskFollowMe(apps[0].ulTaskId), apps[1].ulTaskId);

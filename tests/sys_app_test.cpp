@@ -21,9 +21,8 @@ TEST(SysAppRegistryTest, PriorityOrderAndFullRegistry) {
     std::vector<SYS_AppInfo> apps(SYS_APP_MAX_NUM + 1);
     EXPECT_EQ(SYS_RegAppInfoPriority(nullptr, 3), SYS_APP_ERR_NULL);
     const u32 priorities[4] = {5, 1, 5, 0};
-    for (int i = 0; i < 4; ++i) {
+    for (int i = 0; i < 4; ++i)
         EXPECT_EQ(SYS_RegAppInfoPriority(&apps[i], priorities[i]), 0u);
-    }
     EXPECT_EQ(Order(apps), (std::vector<int>{3, 1, 0, 2}));
     EXPECT_EQ(std::vector<u32>(g_ulRegiseterAppPriority, g_ulRegiseterAppPriority + 4), (std::vector<u32>{0, 1, 5, 5}));
     // Priority 0 goes after the earlier priority-0 descriptors; in unsigned order the largest goes last.
@@ -32,9 +31,8 @@ TEST(SysAppRegistryTest, PriorityOrderAndFullRegistry) {
     EXPECT_EQ(SYS_RegAppInfoPriority(&apps[6], 2), 0u);
     EXPECT_EQ(Order(apps), (std::vector<int>{3, 4, 1, 6, 0, 2, 5}));
 
-    for (u32 i = 7; i < SYS_APP_MAX_NUM; ++i) {
+    for (u32 i = 7; i < SYS_APP_MAX_NUM; ++i)
         ASSERT_EQ(SYS_RegAppInfoPriority(&apps[i], 3), 0u);
-    }
     const std::vector<SYS_AppInfo *> before(g_apstRegiseterApp, g_apstRegiseterApp + SYS_APP_MAX_NUM);
     EXPECT_EQ(SYS_RegAppInfoPriority(&apps[SYS_APP_MAX_NUM], 0), SYS_APP_ERR_FULL);
     EXPECT_EQ(SYS_RegAppInfoPriority(nullptr, 0), SYS_APP_ERR_FULL); // full is checked first

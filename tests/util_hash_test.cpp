@@ -56,7 +56,7 @@ std::vector<int> Walk(HashTable *t) {
 
 class HashTest : public zol::test::LeakCheckedTest {};
 
-TEST_F(HashTest, BucketOrderWithAndWithoutOrderCallback) {
+TEST_F(HashTest, BucketOrderEmptyTablesAndCreationWithoutMemory) {
     struct Case {
         HASH_ORDER_PF order;
         std::vector<int> serials; // walk and release order
@@ -69,18 +69,16 @@ TEST_F(HashTest, BucketOrderWithAndWithoutOrderCallback) {
         std::vector<Elem> e = {{{}, 5, 0}, {{}, 1, 1}, {{}, 5, 2}, {{}, 3, 3}, {{}, 1, 4}};
         HashTable *t = HASH_Create_Table(4, c.order);
         ASSERT_NE(t, nullptr);
-        for (Elem &x : e) {
+        for (Elem &x : e)
             HASH_Add_Node(t, &x.node, 1, &x.key);
-        }
         EXPECT_EQ(t->buckets[1].count, 5u);
         EXPECT_EQ(Walk(t), c.serials);
         g_serials.clear();
         EXPECT_EQ(HASH_Delete_Table(t, ReleaseElem), 0u);
         EXPECT_EQ(g_serials, c.serials);
     }
-}
 
-TEST_F(HashTest, EmptyTablesAndCreationWithoutMemory) {
+    // Empty tables, and creation without memory.
     HashTable *t = HASH_Create_Table(3, nullptr);
     ASSERT_NE(t, nullptr);
     int key = 7;
@@ -107,9 +105,8 @@ TEST_F(HashTest, RandomSequencesMatchModel) {
     std::vector<Elem> e(kElems);
     std::vector<std::vector<int>> model(kBuckets); // serials in bucket order
     std::mt19937 rng(77001u);
-    for (int i = 0; i < kElems; ++i) {
+    for (int i = 0; i < kElems; ++i)
         e[i] = Elem{{nullptr, nullptr}, static_cast<int>(rng() % 20), i};
-    }
     auto bucketOf = [](int k) { return static_cast<u32>(k) % kBuckets; };
     for (int step = 0; step < 3000; ++step) {
         Elem &x = e[rng() % kElems];

@@ -1,6 +1,7 @@
 // The exported intrusive lists: edge cases, and the invariants after long random sequences of inserts,
 // deletes and look-ups checked against a std::list model.
 #include <algorithm>
+#include <cstring>
 #include <gtest/gtest.h>
 #include <list>
 #include <random>
@@ -46,14 +47,10 @@ u32 RecordSll(SllNode *n) {
     return 7;
 }
 // Release callbacks poison the element, as a real release would make it unusable.
-u32 PoisonSll(SllNode *n) {
+template <typename Node>
+u32 Poison(Node *n) {
     g_seen.push_back(KeyOf(n));
-    n->next = reinterpret_cast<SllNode *>(0x1);
-    return 0;
-}
-u32 PoisonDll(DllNode *n) {
-    g_seen.push_back(KeyOf(n));
-    n->next = n->prev = reinterpret_cast<DllNode *>(0x1);
+    std::memset(static_cast<void *>(n), 0x1, sizeof *n);
     return 0;
 }
 
@@ -107,22 +104,20 @@ TEST(ListTest, EdgeCasesTheModelDoesNotReach) {
     ExpectList(&dh, {1});
 
     g_seen.clear();
-    SLL_FreeAll(&sh, PoisonSll);
-    DLL_FreeAll(nullptr, PoisonDll);
-    DLL_FreeAll(&dh, PoisonDll);
+    SLL_FreeAll(&sh, Poison<SllNode>);
+    DLL_FreeAll(nullptr, Poison<DllNode>);
+    DLL_FreeAll(&dh, Poison<DllNode>);
     EXPECT_EQ(g_seen, (std::vector<int>{0, 1, 1}));
     ExpectList(&sh, {});
     ExpectList(&dh, {});
 }
 
-// Random mix of operations on both lists, checked against std::list after every step.
 TEST(ListModelTest, RandomSequencesKeepInvariants) {
     constexpr int kElems = 48;
     std::vector<SllElem> se(kElems);
     std::vector<DllElem> de(kElems);
-    for (int i = 0; i < kElems; ++i) {
+    for (int i = 0; i < kElems; ++i)
         se[i].key = de[i].key = i;
-    }
     SllHead sh;
     DllHead dh;
     InitHead(&sh);
@@ -137,9 +132,7 @@ TEST(ListModelTest, RandomSequencesKeepInvariants) {
             if (!linked) {
                 auto it = model.begin();
                 const bool front = model.empty() || rng() % 4 == 0;
-                if (!front) {
-                    std::advance(it, rng() % model.size());
-                }
+                std::advance(it, front ? 0 : rng() % model.size());
                 SLL_Insert(&sh, front ? nullptr : &se[*it].node, &se[k].node);
                 DLL_Insert(&dh, front ? nullptr : &de[*it].node, &de[k].node);
                 model.insert(front ? model.begin() : std::next(it), k);
@@ -150,19 +143,13 @@ TEST(ListModelTest, RandomSequencesKeepInvariants) {
             DLL_Delete(&dh, &de[k].node);
             model.remove(k);
             break;
-        case 2: { // get the first
-            SllNode *s = SLL_Get(&sh);
-            DllNode *d = DLL_Get(&dh);
-            if (model.empty()) {
-                EXPECT_EQ(s, nullptr);
-                EXPECT_EQ(d, nullptr);
-            } else {
-                EXPECT_EQ(KeyOf(s), model.front());
-                EXPECT_EQ(KeyOf(d), model.front());
+        case 2: // get the first
+            EXPECT_EQ(SLL_Get(&sh), model.empty() ? nullptr : &se[model.front()].node);
+            EXPECT_EQ(DLL_Get(&dh), model.empty() ? nullptr : &de[model.front()].node);
+            if (!model.empty()) {
                 model.pop_front();
             }
             break;
-        }
         case 3: { // find and previous
             auto it = std::find(model.begin(), model.end(), k);
             const bool inModel = it != model.end();

@@ -72,9 +72,8 @@ TEST(WaitListIndexTest, TableStartsAt20DoublesAndRefusesWhenItCannotGrow) {
     PLAT_FaultClear();
 
     RegisterUpTo(40, &h);
-    for (u32 x : h) {
+    for (u32 x : h)
         EXPECT_EQ(RUK_WaitListUnregister(x), 0u);
-    }
     EXPECT_EQ(Blocks(), blocks0 + 1) << "only the index table stays";
 }
 

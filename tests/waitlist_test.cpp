@@ -1,7 +1,9 @@
 // The wait list through the exported API: argument checks, handles (reuse, stale and forged ones refused),
 // the walk calling procedures, failures that leave nothing behind, and concurrent use.
+#include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <gtest/gtest.h>
 #include <thread>
 #include <utility>
@@ -27,12 +29,10 @@ class WaitListTest : public zol::test::LeakCheckedTest {
   protected:
     static void SetUpTestSuite() {
         std::vector<u32> handles(100);
-        for (u32 &h : handles) {
+        for (u32 &h : handles)
             ASSERT_EQ(RUK_WaitListRegister(0xABCDu, &h, Proc), 0u);
-        }
-        for (u32 h : handles) {
+        for (u32 h : handles)
             ASSERT_EQ(RUK_WaitListUnregister(h), 0u);
-        }
     }
     u64 LiveBlocks() const {
         u64 blocks = 0;
@@ -47,10 +47,8 @@ TEST_F(WaitListTest, HandlesResolveAndStaleOrForgedHandlesAreRefused) {
     EXPECT_EQ(RUK_WaitListRegister(1, &h, nullptr), WAITLIST_ERR_PARAM);
     EXPECT_EQ(RUK_VFS_PureNameIsTooLong("a-very-long-name-indeed"), 0u);
     ASSERT_EQ(RUK_WaitListRegister(3, &h, Proc), 0u);
-    ASSERT_NE(h, 0u);
     u64 value = 99;
-    EXPECT_EQ(RUK_WaitListGet(h, &value), 0u);
-    EXPECT_EQ(value, 0u); // a registration starts at value 0
+    EXPECT_TRUE(h != 0 && RUK_WaitListGet(h, &value) == 0 && value == 0) << "a registration starts at value 0";
     EXPECT_EQ(RUK_WaitListSet(h, 5, 9), 0u);
     // Right entry with a wrong tag, an entry beyond the table, an entry nobody holds.
     for (u32 forged : {h ^ 0x00010000u, (h & 0xFFFF0000u) | 0xFFFFu, (h & 0xFFFF0000u) | 0x0050u}) {
@@ -58,8 +56,7 @@ TEST_F(WaitListTest, HandlesResolveAndStaleOrForgedHandlesAreRefused) {
         EXPECT_EQ(RUK_WaitListSet(forged, 1, 1), WAITLIST_ERR_HANDLE) << std::hex << forged;
         EXPECT_EQ(RUK_WaitListUnregister(forged), WAITLIST_ERR_HANDLE) << std::hex << forged;
     }
-    EXPECT_EQ(RUK_WaitListGet(h, &value), 0u);
-    EXPECT_EQ(value, 5u) << "a refused Set must not change the registration";
+    EXPECT_TRUE(RUK_WaitListGet(h, &value) == 0 && value == 5) << "a refused Set must not change the registration";
 
     EXPECT_EQ(RUK_WaitListUnregister(0), WAITLIST_ERR_PARAM);
     EXPECT_EQ(RUK_WaitListUnregister(h), 0u);
@@ -77,14 +74,13 @@ TEST_F(WaitListTest, RefusedUnregistrationsAreLogged) {
     EXPECT_EQ(RUK_WaitListUnregister(0x00120013u), WAITLIST_ERR_HANDLE);
     const auto records = capture.WithTag("RUK_WLUR");
     ASSERT_EQ(records.size(), 2u);
-    const std::pair<const char *, std::string> expected[2] = {
-        {"Check handle fail", "handle is null"}, {"Find son node fail", "sub node is null, handle:1179667"}};
+    const char *expected[2][2] = {{"Check handle fail", "handle is null"},
+                                  {"Find son node fail", "sub node is null, handle:1179667"}};
     for (int i = 0; i < 2; ++i) {
-        EXPECT_EQ(records[i].Text(zol::test::kImFirstText + 1), expected[i].first);
+        EXPECT_EQ(records[i].Text(zol::test::kImFirstText + 1), expected[i][0]);
         // The writer may put the repetition filter's call count in front of the text.
-        const std::string text = records[i].Formatted(), &tail = expected[i].second;
-        EXPECT_TRUE(text.size() >= tail.size() && text.compare(text.size() - tail.size(), tail.size(), tail) == 0)
-            << text;
+        const std::string text = records[i].Formatted(), tail = expected[i][1];
+        EXPECT_TRUE(text.size() >= tail.size() && text.substr(text.size() - tail.size()) == tail) << text;
     }
 }
 
@@ -118,8 +114,7 @@ TEST_F(WaitListTest, DelFromListCallsMatchingProceduresInOrder) {
     EXPECT_EQ(g_calls, (std::vector<std::pair<u64, int>>{{100, 1}, {200, 2}}));
     for (auto [h, want] : {std::pair<u32, u64>{h1, 6}, {h2, 6}, {h3, 4}}) {
         u64 value = 0;
-        EXPECT_EQ(RUK_WaitListGet(h, &value), 0u);
-        EXPECT_EQ(value, want);
+        EXPECT_TRUE(RUK_WaitListGet(h, &value) == 0 && value == want) << value;
     }
     // The second procedure wrote no context, so it inherited the 9 the first one wrote.
     g_calls.clear();
@@ -127,9 +122,8 @@ TEST_F(WaitListTest, DelFromListCallsMatchingProceduresInOrder) {
     EXPECT_EQ(g_calls, (std::vector<std::pair<u64, int>>{{9, 1}, {9, 2}}));
 
     // Removing the last registration of a list removes the list.
-    for (u32 h : {h1, h2, h3}) {
+    for (u32 h : {h1, h2, h3})
         EXPECT_EQ(RUK_WaitListUnregister(h), 0u);
-    }
     EXPECT_EQ(RUK_WaitListDelFromList(7, 6), WAITLIST_ERR_NOT_FOUND);
     EXPECT_EQ(RUK_WaitListDelFromList(8, 0), 0u);
     EXPECT_EQ(RUK_WaitListUnregister(hOther), 0u);
@@ -173,24 +167,20 @@ TEST_F(WaitListTest, ConcurrentUseKeepsEveryRegistrationItsOwners) {
             const u32 list = 100 + t % 2;
             for (int r = 0; r < kRounds; ++r) {
                 u32 h[3] = {};
-                for (u32 &x : h) {
+                for (u32 &x : h)
                     failures += RUK_WaitListRegister(list, &x, CountingProc) != 0;
-                }
                 const u64 mine = (static_cast<u64>(t) << 32) | static_cast<u64>(r);
                 failures += RUK_WaitListSet(h[1], mine, 0) != 0;
                 u64 v = 0;
                 failures += RUK_WaitListGet(h[1], &v) != 0 || v != mine;
                 failures += RUK_WaitListDelFromList(list, mine) != 0;
                 failures += RUK_WaitListGet(h[1], &v) != 0 || v != 2; // only this thread's value is `mine`
-                for (u32 x : h) {
+                for (u32 x : h)
                     failures += RUK_WaitListUnregister(x) != 0;
-                }
             }
         });
     }
-    for (auto &th : threads) {
-        th.join();
-    }
+    std::for_each(threads.begin(), threads.end(), std::mem_fn(&std::thread::join));
     EXPECT_EQ(failures.load(), 0);
     EXPECT_GE(g_concurrentCalls.load(), static_cast<u64>(kThreads * kRounds));
     EXPECT_EQ(RUK_WaitListDelFromList(100, 0), WAITLIST_ERR_NOT_FOUND);

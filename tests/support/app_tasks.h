@@ -64,9 +64,8 @@ inline void MakeApp(SYS_AppInfo *info, int app, bool withTask, SYS_APP_INIT_PF i
 // Waits (bounded, generously) until pred() holds.
 template <typename Pred>
 bool Eventually(Pred pred) {
-    for (int i = 0; i < 3000 && !pred(); ++i) {
+    for (int i = 0; i < 3000 && !pred(); ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
     return pred();
 }
 

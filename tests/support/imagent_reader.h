@@ -4,10 +4,12 @@
 #ifndef ZOL_TEST_IMAGENT_READER_H
 #define ZOL_TEST_IMAGENT_READER_H
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <unistd.h>
@@ -73,14 +75,9 @@ inline bool ParseImRecord(const std::string &line, ImRecord *out) {
     return std::string(p) == "]}";
 }
 
-// The records whose tag (first own text) is the given one.
 inline std::vector<ImRecord> RecordsWithTag(const std::vector<ImRecord> &records, const std::string &tag) {
     std::vector<ImRecord> found;
-    for (const ImRecord &record : records) {
-        if (record.Tag() == tag) {
-            found.push_back(record);
-        }
-    }
+    std::copy_if(records.begin(), records.end(), std::back_inserter(found), [&](auto &r) { return r.Tag() == tag; });
     return found;
 }
 
@@ -119,7 +116,6 @@ class ImAgentCapture {
         return records;
     }
     std::vector<ImRecord> WithTag(const std::string &tag) const { return RecordsWithTag(Records(), tag); }
-    // Forgets what was written so far.
     void Clear() const { std::ofstream(path_, std::ios::trunc).close(); }
 
   private:
