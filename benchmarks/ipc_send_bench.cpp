@@ -8,16 +8,16 @@
 #include <cstdlib>
 #include <cstring>
 #include <deque>
-#include <map>
 #include <mutex>
 #include <sched.h>
-#include <string>
 #include <thread>
 
 #include "zol_ipc.h"
 
 #include "ruk_queue.h"
 #include "ruk_task.h"
+
+#include "bench_ratio.h"
 
 #if defined(ZOL_BENCH_HAVE_ZMQ)
 #include <zmq.h>
@@ -213,34 +213,6 @@ BENCHMARK(BM_ZmqPushPull64)->UseRealTime();
 
 // ----------------------------------------------------------------------------- set-up and ratios
 
-// Console output plus the per-second rate of each benchmark (median when repeated), for the ratios.
-class RatioReporter : public benchmark::ConsoleReporter {
-  public:
-    void ReportRuns(const std::vector<Run> &runs) override {
-        for (const Run &run : runs) {
-            const auto it = run.counters.find("items_per_second");
-            if (it == run.counters.end() || run.error_occurred) {
-                continue;
-            }
-            if (run.run_type == Run::RT_Iteration || run.aggregate_name == "median") {
-                rates_[run.run_name.function_name] = it->second.value;
-            }
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-    void PrintRatio(const char *what, const char *num, const char *den, const char *goal) const {
-        const auto a = rates_.find(num), b = rates_.find(den);
-        if (a == rates_.end() || b == rates_.end() || b->second == 0) {
-            printf("%-44s n/a (baseline not run)\n", what);
-            return;
-        }
-        printf("%-44s %.3f  (%s)\n", what, a->second / b->second, goal);
-    }
-
-  private:
-    std::map<std::string, double> rates_;
-};
-
 bool SetUpIpc() {
     if (IPC_Init(kSelf) != IPC_OK || RUK_Que_Create("BQUE", kDepth, 0, &g_ipcQue) != RUK_OK) {
         return false;
@@ -254,19 +226,13 @@ bool SetUpIpc() {
 } // namespace
 
 int main(int argc, char **argv) {
-    // Sender and consumer share one core, as with taskset -c 0; threads made later inherit the mask.
-    cpu_set_t cpus;
-    CPU_ZERO(&cpus);
-    CPU_SET(0, &cpus);
-    if (sched_setaffinity(0, sizeof(cpus), &cpus) != 0) {
-        perror("sched_setaffinity");
-    }
+    zol::bench::PinToCpu0(); // sender and consumer share one core
     if (!SetUpIpc()) {
         fprintf(stderr, "IPC set-up failed\n");
         return 1;
     }
     benchmark::Initialize(&argc, argv);
-    RatioReporter reporter;
+    zol::bench::RatioReporter reporter(zol::bench::RatioReporter::Figure::kItemsPerSecond);
     benchmark::RunSpecifiedBenchmarks(&reporter);
     printf("\nRates relative to the baselines of this run (per-second figures):\n");
     reporter.PrintRatio("callback 64 B: floor / IPC (goal <= 5)", "BM_MallocCopyFree104", "BM_IpcSendCallback64",

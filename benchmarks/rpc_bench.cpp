@@ -9,15 +9,14 @@
 #include <cstring>
 #include <ctime>
 #include <deque>
-#include <map>
 #include <mutex>
-#include <sched.h>
 #include <semaphore.h>
-#include <string>
 #include <thread>
 
 #include "zol_ipc.h"
 #include "zol_rpc.h"
+
+#include "bench_ratio.h"
 
 #if defined(ZOL_BENCH_HAVE_ZMQ)
 #include <zmq.h>
@@ -166,44 +165,10 @@ void BM_ZmqReqRep64(benchmark::State &state) {
 BENCHMARK(BM_ZmqReqRep64)->UseRealTime();
 #endif
 
-// ----------------------------------------------------------------------------- ratios
-
-// Keeps the real time per call of each benchmark (the median when repeated) for the summary.
-class CallTimeReporter : public benchmark::ConsoleReporter {
-  public:
-    void ReportRuns(const std::vector<Run> &runs) override {
-        for (const Run &run : runs) {
-            if (!run.error_occurred && (run.run_type == Run::RT_Iteration || run.aggregate_name == "median")) {
-                nsPerCall_[run.run_name.function_name] = run.GetAdjustedRealTime();
-            }
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-    // Time of the library's call over the baseline's: below 1 is faster.
-    void Ratio(const char *baseline, const char *goal) const {
-        const auto lib = nsPerCall_.find("BM_RpcSyncCall64"), base = nsPerCall_.find(baseline);
-        if (lib == nsPerCall_.end() || base == nsPerCall_.end()) {
-            printf("IPC_RPC_SyncCall / %-22s n/a (not run)\n", baseline);
-            return;
-        }
-        printf("IPC_RPC_SyncCall / %-22s %.3f (goal %s)\n", baseline, lib->second / base->second, goal);
-    }
-
-  private:
-    std::map<std::string, double> nsPerCall_;
-};
-
 } // namespace
 
 int main(int argc, char **argv) {
-    // One core, as with taskset -c 0: the caller, "RPCR" and every baseline's worker share it (threads
-    // created later inherit the mask).
-    cpu_set_t cpus;
-    CPU_ZERO(&cpus);
-    CPU_SET(0, &cpus);
-    if (sched_setaffinity(0, sizeof(cpus), &cpus) != 0) {
-        perror("sched_setaffinity");
-    }
+    zol::bench::PinToCpu0(); // the caller, "RPCR" and every baseline's worker share one core
     if (IPC_Init(kSelf) != IPC_OK || IPC_RPC_Init() != IPC_RPC_OK ||
         IPC_RPC_Register(kCaller, EchoCallback) != IPC_RPC_OK ||
         IPC_RPC_Register(kServer, EchoCallback) != IPC_RPC_OK) {
@@ -211,11 +176,12 @@ int main(int argc, char **argv) {
         return 1;
     }
     benchmark::Initialize(&argc, argv);
-    CallTimeReporter reporter;
+    zol::bench::RatioReporter reporter(zol::bench::RatioReporter::Figure::kRealTime);
     benchmark::RunSpecifiedBenchmarks(&reporter);
     printf("\nTime per call relative to the baselines of this run:\n");
-    reporter.Ratio("BM_PlainCondvarSem64", "<= 1.2");
-    reporter.Ratio("BM_ZmqReqRep64", "<= 0.7");
+    reporter.PrintRatio("IPC_RPC_SyncCall / BM_PlainCondvarSem64", "BM_RpcSyncCall64", "BM_PlainCondvarSem64",
+                        "goal <= 1.2");
+    reporter.PrintRatio("IPC_RPC_SyncCall / BM_ZmqReqRep64", "BM_RpcSyncCall64", "BM_ZmqReqRep64", "goal <= 0.7");
     benchmark::Shutdown();
     return 0;
 }
