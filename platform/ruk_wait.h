@@ -6,6 +6,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <sched.h>
 
 #include "ruk_types.h"
 
@@ -17,6 +18,17 @@ void NoteBlocked();
 // A mode word asking for both waiting and not waiting is a caller's mistake.
 inline bool BadMode(u32 ulMode) {
     return (ulMode & RUK_NOWAIT) != 0 && (ulMode & RUK_WAIT) != 0;
+}
+
+// Before a task blocks it gives the processor up once, lock released. On a busy core the task it waits
+// for is often ready to run and completes the condition in that turn, which saves the sleep, the wake-up
+// and the switch back; a woken reader also finds a batch of records rather than one.
+template <class Ready>
+bool ReadyAfterYield(std::unique_lock<std::mutex> &lock, Ready &ready) {
+    lock.unlock();
+    sched_yield();
+    lock.lock();
+    return ready();
 }
 
 // Waits under `lock` until `ready()` holds. Returns RUK_OK when it does, ulNotNow when the caller asked
@@ -31,6 +43,9 @@ u32 WaitUntil(std::unique_lock<std::mutex> &lock, std::condition_variable &cond,
     }
     if ((ulMode & RUK_NOWAIT) != 0) {
         return ulNotNow;
+    }
+    if (ReadyAfterYield(lock, ready)) {
+        return RUK_OK;
     }
     bool satisfied = true;
     ++waiters;
@@ -75,6 +90,9 @@ u32 WaitGated(std::unique_lock<std::mutex> &lock, WaitGate &gate, u32 ulMode, u3
     }
     if ((ulMode & RUK_NOWAIT) != 0) {
         return ulNotNow;
+    }
+    if (ReadyAfterYield(lock, ready)) {
+        return RUK_OK;
     }
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(ulTimeoutMs);
     bool satisfied = true;
