@@ -1,29 +1,32 @@
-// Queues of the stand-in platform: bounded rings of four-word records under one mutex, with separate
-// gates for readers and writers that are signalled only when somebody waits, once per wait. This is on
-// the library's message-delivery path, so a write or read that does not wait costs one lock round.
+// Queues of the stand-in platform: bounded rings of four-word records. A write or read that need not
+// wait takes no lock (this is the library's message-delivery path); only callers that must wait, and
+// those that wake them, meet under the queue's mutex. Sleepers are woken at most once per wait: a burst
+// of writes while the reader sleeps costs one wake-up, not one per record.
 #include "ruk_queue.h"
 
-#include <memory>
-#include <new>
 #include <type_traits>
 
 #include "plat_fault.h"
+#include "ruk_ring.h"
 #include "ruk_table.h"
 #include "ruk_wait.h"
 
 namespace plat {
 namespace {
 
+// The callers of one side (readers or writers) waiting under the queue's mutex.
+struct Sleepers {
+    std::atomic<u32> count{0}; // changed under the mutex, read by the other side without it
+    bool signalled = false;    // a notify is on its way and no sleeper has woken since; guarded by the mutex
+    std::condition_variable cond;
+};
+
 struct QueueRecord {
     std::atomic<bool> live{false};
-    u32 depth = 0;
-    u64 (*ring)[4] = nullptr; // depth records, allocated once
-
+    RecordRing ring;
     std::mutex lock;
-    WaitGate notEmpty; // readers; guarded by lock
-    WaitGate notFull;  // writers; guarded by lock
-    u32 head = 0;      // index of the oldest record; guarded by lock
-    u32 count = 0;     // records held; guarded by lock
+    Sleepers readers; // wait for a record
+    Sleepers writers; // wait for room
 };
 
 // Queues live until the process ends; 64 Ki of them is far beyond what a process creates.
@@ -34,13 +37,6 @@ using QueueTable = StableTable<QueueRecord, 64, 1024>;
 QueueTable g_queues;
 static_assert(std::is_trivially_destructible_v<QueueTable>, "must stay usable during exit");
 
-void CopyRecord(u64 (&dst)[4], const u64 *src) {
-    dst[0] = src[0];
-    dst[1] = src[1];
-    dst[2] = src[2];
-    dst[3] = src[3];
-}
-
 // Checks the arguments of a write or read and finds the queue.
 u32 Resolve(u32 ulQueId, const u64 *pRecord, u32 ulMode, QueueRecord **ppQueue) {
     if (pRecord == nullptr || BadMode(ulMode)) {
@@ -50,18 +46,59 @@ u32 Resolve(u32 ulQueId, const u64 *pRecord, u32 ulMode, QueueRecord **ppQueue) 
     return *ppQueue != nullptr ? RUK_OK : RUK_ERR_NOT_FOUND;
 }
 
-// After a write or read under the lock: wakes the other side if it sleeps, and passes the turn on to
-// another sleeper of the own side while the queue still has room (writers) or records (readers).
-void WakeAfter(std::unique_lock<std::mutex> &lock, WaitGate &other, WaitGate &own, bool ownStillReady) {
-    const bool wakeOther = ShouldSignal(other);
-    const bool wakeOwn = ownStillReady && ShouldSignal(own);
+// Under the mutex: notifies one sleeper unless none waits or a notify is on its way already.
+void SignalLocked(std::unique_lock<std::mutex> &lock, Sleepers &side) {
+    if (side.count.load(std::memory_order_relaxed) == 0 || side.signalled) {
+        return;
+    }
+    side.signalled = true;
     lock.unlock();
-    if (wakeOther) {
-        other.cond.notify_one();
+    side.cond.notify_one();
+}
+
+// After a successful write or read: wakes a sleeper of the other side, if there is one. The sequentially
+// consistent load pairs with the sleeper's registration (see RecordRing).
+void WakeOther(QueueRecord &queue, Sleepers &other) {
+    if (other.count.load(std::memory_order_seq_cst) == 0) {
+        return;
     }
-    if (wakeOwn) {
-        own.cond.notify_one();
+    std::unique_lock<std::mutex> lock(queue.lock);
+    SignalLocked(lock, other);
+}
+
+// Retries `attempt` (a push or a pop) until it succeeds, the caller's time is up, or the caller asked not
+// to wait. A sleeper that succeeds passes the turn on to the next sleeper of its side, which may find
+// more room or records; a needless wake-up costs that sleeper one failed attempt.
+template <class Attempt>
+u32 Wait(QueueRecord &queue, Sleepers &own, u32 ulMode, u32 ulTimeoutMs, u32 ulNotNow, Attempt attempt) {
+    if ((ulMode & RUK_NOWAIT) != 0) {
+        return ulNotNow;
     }
+    sched_yield(); // as every platform wait does before it blocks
+    if (attempt()) {
+        return RUK_OK;
+    }
+    std::unique_lock<std::mutex> lock(queue.lock);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(ulTimeoutMs);
+    own.count.fetch_add(1, std::memory_order_seq_cst);
+    bool done = attempt();
+    while (!done) {
+        if (ulTimeoutMs == 0) {
+            own.cond.wait(lock);
+        } else if (own.cond.wait_until(lock, deadline) == std::cv_status::timeout) {
+            own.signalled = false;
+            done = attempt();
+            break;
+        }
+        own.signalled = false;
+        done = attempt();
+    }
+    own.count.fetch_sub(1, std::memory_order_relaxed);
+    NoteBlocked();
+    if (done) {
+        SignalLocked(lock, own);
+    }
+    return done ? RUK_OK : RUK_ERR_TIMEOUT;
 }
 
 } // namespace
@@ -76,17 +113,11 @@ extern "C" u32 RUK_Que_Create(const char *pcName, u32 ulDepth, u32 ulFlags, u32 
     if (ulDepth == 0 || pulQueId == nullptr) {
         return RUK_ERR_PARAM;
     }
-    std::unique_ptr<u64[][4]> ring(new (std::nothrow) u64[ulDepth][4]);
-    if (ring == nullptr) {
-        return RUK_ERR_NOMEM;
-    }
     u32 id = 0;
     plat::QueueRecord *queue = plat::g_queues.Add(&id);
-    if (queue == nullptr) {
-        return RUK_ERR_NOMEM;
+    if (queue == nullptr || !queue->ring.Init(ulDepth)) {
+        return RUK_ERR_NOMEM; // a record without its ring never becomes live: its id is lost, nothing else
     }
-    queue->depth = ulDepth;
-    queue->ring = ring.release();
     queue->live.store(true, std::memory_order_release);
     *pulQueId = id;
     return RUK_OK;
@@ -97,20 +128,18 @@ extern "C" u32 RUK_Que_Write(u32 ulQueId, const u64 aullMsg[4], u32 ulMode, u32 
         return RUK_ERR_INJECTED;
     }
     plat::QueueRecord *queue = nullptr;
-    u32 check = plat::Resolve(ulQueId, aullMsg, ulMode, &queue);
-    if (check != RUK_OK) {
-        return check;
-    }
-    std::unique_lock<std::mutex> lock(queue->lock);
-    u32 rc = plat::WaitGated(lock, queue->notFull, ulMode, ulTimeout, RUK_ERR_FULL,
-                             [queue] { return queue->count < queue->depth; });
+    u32 rc = plat::Resolve(ulQueId, aullMsg, ulMode, &queue);
     if (rc != RUK_OK) {
         return rc;
     }
-    u32 tail = queue->head + queue->count;
-    plat::CopyRecord(queue->ring[tail < queue->depth ? tail : tail - queue->depth], aullMsg);
-    ++queue->count;
-    plat::WakeAfter(lock, queue->notEmpty, queue->notFull, queue->count < queue->depth);
+    if (!queue->ring.TryPush(aullMsg)) {
+        rc = plat::Wait(*queue, queue->writers, ulMode, ulTimeout, RUK_ERR_FULL,
+                        [queue, aullMsg] { return queue->ring.TryPush(aullMsg); });
+        if (rc != RUK_OK) {
+            return rc;
+        }
+    }
+    plat::WakeOther(*queue, queue->readers);
     return RUK_OK;
 }
 
@@ -119,22 +148,17 @@ extern "C" u32 RUK_Que_Read(u32 ulQueId, u64 aullMsg[4], u32 ulMode, u32 ulTimeo
         return RUK_ERR_INJECTED;
     }
     plat::QueueRecord *queue = nullptr;
-    u32 check = plat::Resolve(ulQueId, aullMsg, ulMode, &queue);
-    if (check != RUK_OK) {
-        return check;
-    }
-    std::unique_lock<std::mutex> lock(queue->lock);
-    u32 rc =
-        plat::WaitGated(lock, queue->notEmpty, ulMode, ulTimeout, RUK_ERR_EMPTY, [queue] { return queue->count != 0; });
+    u32 rc = plat::Resolve(ulQueId, aullMsg, ulMode, &queue);
     if (rc != RUK_OK) {
         return rc;
     }
-    const u64 *oldest = queue->ring[queue->head];
-    for (int i = 0; i < 4; ++i) {
-        aullMsg[i] = oldest[i];
+    if (!queue->ring.TryPop(aullMsg)) {
+        rc = plat::Wait(*queue, queue->readers, ulMode, ulTimeout, RUK_ERR_EMPTY,
+                        [queue, aullMsg] { return queue->ring.TryPop(aullMsg); });
+        if (rc != RUK_OK) {
+            return rc;
+        }
     }
-    queue->head = queue->head + 1 == queue->depth ? 0 : queue->head + 1;
-    --queue->count;
-    plat::WakeAfter(lock, queue->notFull, queue->notEmpty, queue->count != 0);
+    plat::WakeOther(*queue, queue->writers);
     return RUK_OK;
 }

@@ -60,58 +60,6 @@ u32 WaitUntil(std::unique_lock<std::mutex> &lock, std::condition_variable &cond,
     return satisfied ? RUK_OK : RUK_ERR_TIMEOUT;
 }
 
-// One side of a producer/consumer pair whose signallers wake at most one sleeper per wait: a burst of
-// writes while the reader sleeps costs one wake-up, not one per record (each of which would let the
-// woken thread preempt the writer). Guarded by the caller's mutex.
-struct WaitGate {
-    std::condition_variable cond;
-    u32 waiters = 0;
-    bool signalled = false; // a notify is on its way and no waiter has woken since
-};
-
-// Under the lock, after making the gate's condition true: whether the caller must notify one waiter
-// (after unlocking). Whoever consumes and leaves the condition still true signals again, so a second
-// sleeper is woken in turn rather than lost.
-inline bool ShouldSignal(WaitGate &gate) {
-    if (gate.waiters == 0 || gate.signalled) {
-        return false;
-    }
-    gate.signalled = true;
-    return true;
-}
-
-// As WaitUntil above, on a gate. Every return from the condition wait clears `signalled`, since a
-// notify may have been consumed, so a later signaller always notifies again.
-template <class Ready>
-u32 WaitGated(std::unique_lock<std::mutex> &lock, WaitGate &gate, u32 ulMode, u32 ulTimeoutMs, u32 ulNotNow,
-              Ready ready) {
-    if (ready()) {
-        return RUK_OK;
-    }
-    if ((ulMode & RUK_NOWAIT) != 0) {
-        return ulNotNow;
-    }
-    if (ReadyAfterYield(lock, ready)) {
-        return RUK_OK;
-    }
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(ulTimeoutMs);
-    bool satisfied = true;
-    ++gate.waiters;
-    while (!ready()) {
-        if (ulTimeoutMs == 0) {
-            gate.cond.wait(lock);
-        } else if (gate.cond.wait_until(lock, deadline) == std::cv_status::timeout) {
-            gate.signalled = false;
-            satisfied = ready();
-            break;
-        }
-        gate.signalled = false;
-    }
-    --gate.waiters;
-    NoteBlocked();
-    return satisfied ? RUK_OK : RUK_ERR_TIMEOUT;
-}
-
 } // namespace plat
 
 #endif // RUK_WAIT_H
