@@ -101,6 +101,27 @@ u32 Wait(QueueRecord &queue, Sleepers &own, u32 ulMode, u32 ulTimeoutMs, u32 ulN
     return done ? RUK_OK : RUK_ERR_TIMEOUT;
 }
 
+// The course of a write or a read: find the queue, try at once, wait for the own side's turn when the
+// caller allows it, then wake a sleeper of the other side. `attempt` pushes or pops on the ring.
+template <class Attempt>
+u32 Transfer(u32 ulQueId, const u64 *pRecord, u32 ulMode, u32 ulTimeout, u32 ulNotNow, Sleepers QueueRecord::*own,
+             Sleepers QueueRecord::*other, Attempt attempt) {
+    QueueRecord *queue = nullptr;
+    u32 rc = Resolve(ulQueId, pRecord, ulMode, &queue);
+    if (rc != RUK_OK) {
+        return rc;
+    }
+    auto once = [queue, &attempt] { return attempt(queue->ring); };
+    if (!once()) {
+        rc = Wait(*queue, queue->*own, ulMode, ulTimeout, ulNotNow, once);
+        if (rc != RUK_OK) {
+            return rc;
+        }
+    }
+    WakeOther(*queue, queue->*other);
+    return RUK_OK;
+}
+
 } // namespace
 } // namespace plat
 
@@ -127,38 +148,16 @@ extern "C" u32 RUK_Que_Write(u32 ulQueId, const u64 aullMsg[4], u32 ulMode, u32 
     if (plat::FaultHit("RUK_Que_Write")) {
         return RUK_ERR_INJECTED;
     }
-    plat::QueueRecord *queue = nullptr;
-    u32 rc = plat::Resolve(ulQueId, aullMsg, ulMode, &queue);
-    if (rc != RUK_OK) {
-        return rc;
-    }
-    if (!queue->ring.TryPush(aullMsg)) {
-        rc = plat::Wait(*queue, queue->writers, ulMode, ulTimeout, RUK_ERR_FULL,
-                        [queue, aullMsg] { return queue->ring.TryPush(aullMsg); });
-        if (rc != RUK_OK) {
-            return rc;
-        }
-    }
-    plat::WakeOther(*queue, queue->readers);
-    return RUK_OK;
+    return plat::Transfer(ulQueId, aullMsg, ulMode, ulTimeout, RUK_ERR_FULL, &plat::QueueRecord::writers,
+                          &plat::QueueRecord::readers,
+                          [aullMsg](plat::RecordRing &ring) { return ring.TryPush(aullMsg); });
 }
 
 extern "C" u32 RUK_Que_Read(u32 ulQueId, u64 aullMsg[4], u32 ulMode, u32 ulTimeout) {
     if (plat::FaultHit("RUK_Que_Read")) {
         return RUK_ERR_INJECTED;
     }
-    plat::QueueRecord *queue = nullptr;
-    u32 rc = plat::Resolve(ulQueId, aullMsg, ulMode, &queue);
-    if (rc != RUK_OK) {
-        return rc;
-    }
-    if (!queue->ring.TryPop(aullMsg)) {
-        rc = plat::Wait(*queue, queue->readers, ulMode, ulTimeout, RUK_ERR_EMPTY,
-                        [queue, aullMsg] { return queue->ring.TryPop(aullMsg); });
-        if (rc != RUK_OK) {
-            return rc;
-        }
-    }
-    plat::WakeOther(*queue, queue->writers);
-    return RUK_OK;
+    return plat::Transfer(ulQueId, aullMsg, ulMode, ulTimeout, RUK_ERR_EMPTY, &plat::QueueRecord::readers,
+                          &plat::QueueRecord::writers,
+                          [aullMsg](plat::RecordRing &ring) { return ring.TryPop(aullMsg); });
 }
