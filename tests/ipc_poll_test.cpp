@@ -42,10 +42,6 @@ struct Seen {
         std::unique_lock<std::mutex> guard(lock);
         return changed.wait_for(guard, kPatience, [&] { return calls >= n; });
     }
-    u32 Calls() {
-        std::lock_guard<std::mutex> guard(lock);
-        return calls;
-    }
     void Open() {
         std::lock_guard<std::mutex> guard(lock);
         hold = false;
@@ -95,8 +91,7 @@ TEST_F(IpcPollTest, CreationFailuresGive22And33) {
     EXPECT_EQ(g_iIpcEpollFd.load(), -1);
     ASSERT_EQ(PLAT_FaultInject("RUK_TaskCreate", 0, 1), 0u);
     EXPECT_EQ(IPC_PollTaskCreate(), IPC_ERR_NO_POLL_TASK);
-    EXPECT_EQ(g_iIpcEpollFd.load(), -1) << "the poll set is closed again";
-    EXPECT_EQ(g_ulIpcPollTaskId.load(), 0u);
+    EXPECT_TRUE(g_iIpcEpollFd.load() == -1 && g_ulIpcPollTaskId.load() == 0) << "the poll set is closed again";
 
     int fds[2];
     ASSERT_EQ(pipe(fds), 0);
@@ -117,7 +112,6 @@ TEST_F(IpcPollTest, HandlerRunsOnPollTaskWithItsRecordUntilTheWatchEnds) {
     int fds[2];
     ASSERT_EQ(pipe(fds), 0);
     const int efd = eventfd(0, EFD_NONBLOCK);
-    ASSERT_GE(efd, 0);
     ASSERT_EQ(IPC_EpollAddFd(static_cast<u32>(fds[0]), 1, RecordingHandler, MESH_EPOLLIN), IPC_OK);
     ASSERT_EQ(IPC_EpollAddFd(static_cast<u32>(efd), 2, RecordingHandler, MESH_EPOLLIN), IPC_OK);
     ASSERT_EQ(write(fds[1], "x", 1), 1);
@@ -136,8 +130,8 @@ TEST_F(IpcPollTest, HandlerRunsOnPollTaskWithItsRecordUntilTheWatchEnds) {
     ASSERT_EQ(write(fds[1], "y", 1), 1);
     Signal(efd);
     ASSERT_TRUE(eventSeen.WaitCalls(1));
-    EXPECT_TRUE(eventSeen.onPollTask);
-    EXPECT_EQ(pipeSeen.Calls(), 1u);
+    std::lock_guard<std::mutex> guard(pipeSeen.lock);
+    EXPECT_TRUE(eventSeen.onPollTask && pipeSeen.calls == 1u);
 
     IPC_EpollDelFd(static_cast<u32>(efd));
     IpcReleaseEpollRecord(pipeSeen.recordPtr);
@@ -171,14 +165,12 @@ TEST_F(IpcPollTest, RegistrationWithoutHandlerIsRemovedClosedAndCounted) {
     ASSERT_TRUE(afterSeen.WaitCalls(1)) << "the events after an invalid one are still dispatched";
 
     EXPECT_EQ(IpcErrStatCount(IPC_EVENT_PARA_INVALID), invalid + 1);
-    errno = 0;
-    EXPECT_EQ(fcntl(fds[0], F_GETFD), -1) << "the descriptor of the invalid registration is closed";
-    EXPECT_EQ(errno, EBADF);
+    EXPECT_TRUE(fcntl(fds[0], F_GETFD) == -1 && errno == EBADF) << "the invalid registration's descriptor is closed";
     const auto records = agent.WithTag("IPC_HEE");
     ASSERT_EQ(records.size(), 1u);
-    EXPECT_EQ(records[0].logId, 0x0EA71037u);
-    EXPECT_EQ(records[0].params.size(), zol::test::kImFirstText + 2) << "the tag is the only text";
-    EXPECT_EQ(records[0].Formatted(), "epoll event ptr is not valid.");
+    EXPECT_EQ(std::make_tuple(records[0].logId, records[0].params.size(), records[0].Formatted()),
+              std::make_tuple(0x0EA71037u, zol::test::kImFirstText + 2, "epoll event ptr is not valid."))
+        << "the tag is the only text";
 
     IPC_EpollDelFd(static_cast<u32>(after));
     IPC_EpollDelFd(static_cast<u32>(gate));
