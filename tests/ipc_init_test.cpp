@@ -50,6 +50,7 @@ TEST_F(IpcInitTest, EveryCallBeforeInitIsRefusedAndCountsNothing) {
     EXPECT_EQ(IPC_GetUpNodeByProcess(0, &out2, &out2), 1u);
     EXPECT_EQ(IPC_RegConnectNofity(NotifyStub), IPC_OK); // needs no initialisation
     EXPECT_EQ(CountSum(), counted);
+    EXPECT_EQ(IPC_EpollAddFd(0, 0, nullptr, 1), IPC_ERR_EPOLL_ADD) << "no poll set yet; the record is released";
     EXPECT_EQ(MsgHead(msg)->ucMemFlag, IPC_MEM_USED);
     IPC_FreeMsg(msg);
 }
@@ -82,6 +83,7 @@ TEST(IpcInitPollTest, PollSetFailureIsReportedAndInitSucceedsOnce) {
     // A retry reuses the OM service started above, so the one task created is the poll task.
     ASSERT_EQ(PLAT_FaultInject("RUK_TaskCreate", 0, 1), 0u);
     EXPECT_EQ(IPC_Init(kSelf), IPC_ERR_NO_POLL_TASK);
+    EXPECT_EQ(zol::ipc::g_iIpcEpollFd.load(), -1) << "the poll set is closed again";
     EXPECT_EQ(g_pstIpcChanTbl, nullptr);
     PLAT_FaultClear();
 

@@ -1,4 +1,4 @@
-// The poll task "IPCP": creation failures, handlers called on the task with their registration record,
+// The poll task "IPCP": handlers called on the task with their registration record,
 // no calls after the watch ends, and registrations without a handler removed and counted.
 #include "ipc/ipc_internal.h"
 
@@ -17,7 +17,6 @@
 
 #include "mesh_epoll.h"
 #include "ruk_task.h"
-#include "standin_ctl.h"
 
 #include "imagent_reader.h"
 #include "leak_check.h"
@@ -80,26 +79,6 @@ void EnsurePollTask() {
 }
 
 class IpcPollTest : public zol::test::LeakCheckedTest {};
-
-// Defined first: it needs a process where the poll task does not exist yet.
-TEST_F(IpcPollTest, CreationFailuresGive22And33) {
-    if (g_ulIpcPollTaskId.load() != 0) {
-        GTEST_SKIP() << "the poll task already runs in this process";
-    }
-    ASSERT_EQ(PLAT_FaultInject("MESH_EpollCreate", 0, 1), 0u);
-    EXPECT_EQ(IPC_PollTaskCreate(), IPC_ERR_NO_POLL_SET);
-    EXPECT_EQ(g_iIpcEpollFd.load(), -1);
-    ASSERT_EQ(PLAT_FaultInject("RUK_TaskCreate", 0, 1), 0u);
-    EXPECT_EQ(IPC_PollTaskCreate(), IPC_ERR_NO_POLL_TASK);
-    EXPECT_TRUE(g_iIpcEpollFd.load() == -1 && g_ulIpcPollTaskId.load() == 0) << "the poll set is closed again";
-
-    int fds[2];
-    ASSERT_EQ(pipe(fds), 0);
-    EXPECT_EQ(IPC_EpollAddFd(static_cast<u32>(fds[0]), 0, RecordingHandler, MESH_EPOLLIN), IPC_ERR_EPOLL_ADD)
-        << "no poll set to add to; the record is released (leak check)";
-    close(fds[0]);
-    close(fds[1]);
-}
 
 TEST_F(IpcPollTest, HandlerRunsOnPollTaskWithItsRecordUntilTheWatchEnds) {
     EnsurePollTask();
