@@ -2,14 +2,14 @@
 // no calls after the watch ends, and registrations without a handler removed and counted.
 #include "ipc/ipc_internal.h"
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <condition_variable>
 #include <cstring>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <mutex>
 #include <sys/eventfd.h>
+#include <thread>
 #include <tuple>
 #include <unistd.h>
 
@@ -27,24 +27,22 @@ using namespace zol::ipc;
 
 constexpr auto kPatience = std::chrono::seconds(20); // a generous bound; only a broken task waits that long
 
-// What a handler saw, shared between the poll task and the test. A held handler keeps the poll task inside
-// it until the test opens it, so that the test can make several descriptors ready for one wait.
+// What a handler saw, shared between the poll task and the test (the record is written before the count).
+// A held handler keeps the poll task inside it until the test opens it, so that the test can make several
+// descriptors ready for one wait.
 struct Seen {
-    std::mutex lock;
-    std::condition_variable changed;
-    u32 calls = 0, events = 0;
-    bool onPollTask = true, hold = false;
+    std::atomic<u32> calls{0}, events{0};
+    std::atomic<bool> onPollTask{true}, hold{false};
     IPC_EPOLL_HANDLER_S record{};
     IPC_EPOLL_HANDLER_S *recordPtr = nullptr;
 
     bool WaitCalls(u32 n) {
-        std::unique_lock<std::mutex> guard(lock);
-        return changed.wait_for(guard, kPatience, [&] { return calls >= n; });
-    }
-    void Open() {
-        std::lock_guard<std::mutex> guard(lock);
-        hold = false;
-        changed.notify_all();
+        for (const auto end = std::chrono::steady_clock::now() + kPatience; calls < n; std::this_thread::yield()) {
+            if (std::chrono::steady_clock::now() > end) {
+                return false;
+            }
+        }
+        return true;
     }
 };
 
@@ -56,14 +54,14 @@ u32 RecordingHandler(IPC_EPOLL_HANDLER_S *rec, u32 events) {
     u64 sink = 0;
     (void)!read(static_cast<int>(rec->ulFd), &sink, sizeof sink);
     Seen *seen = g_seen[rec->ulUserData];
-    std::unique_lock<std::mutex> guard(seen->lock);
-    seen->calls++;
     seen->events = events;
     seen->onPollTask = seen->onPollTask && task != nullptr && std::strcmp(task, "IPCP") == 0;
     seen->record = *rec;
     seen->recordPtr = rec;
-    seen->changed.notify_all();
-    seen->changed.wait_for(guard, kPatience, [seen] { return !seen->hold; });
+    seen->calls++;
+    while (seen->hold) {
+        std::this_thread::yield();
+    }
     return 0;
 }
 
@@ -95,21 +93,17 @@ TEST_F(IpcPollTest, HandlerRunsOnPollTaskWithItsRecordUntilTheWatchEnds) {
     ASSERT_EQ(IPC_EpollAddFd(static_cast<u32>(efd), 2, RecordingHandler, MESH_EPOLLIN), IPC_OK);
     ASSERT_EQ(write(fds[1], "x", 1), 1);
     ASSERT_TRUE(pipeSeen.WaitCalls(1));
-    {
-        std::lock_guard<std::mutex> guard(pipeSeen.lock);
-        const IPC_EPOLL_HANDLER_S &rec = pipeSeen.record;
-        EXPECT_TRUE(pipeSeen.onPollTask && (pipeSeen.events & MESH_EPOLLIN));
-        EXPECT_EQ(std::make_tuple(rec.ulMagic, rec.ulUserData, rec.ulFd, rec.ulEvents, rec.pfHandler),
-                  std::make_tuple(u32{IPC_EPOLL_MAGIC}, 1u, static_cast<u32>(fds[0]), u32{MESH_EPOLLIN},
-                                  IPC_EPOLL_HANDLER_PF{RecordingHandler}));
-    }
+    const IPC_EPOLL_HANDLER_S &rec = pipeSeen.record;
+    EXPECT_TRUE(pipeSeen.onPollTask && (pipeSeen.events & MESH_EPOLLIN));
+    EXPECT_EQ(std::make_tuple(rec.ulMagic, rec.ulUserData, rec.ulFd, rec.ulEvents, rec.pfHandler),
+              std::make_tuple(u32{IPC_EPOLL_MAGIC}, 1u, static_cast<u32>(fds[0]), u32{MESH_EPOLLIN},
+                              IPC_EPOLL_HANDLER_PF{RecordingHandler}));
     // After the watch ends the pipe may be readable for ever without a call: a later event on another
     // descriptor is reported in the same or a later wait, so once it arrived the pipe would have too.
     IPC_EpollDelFd(static_cast<u32>(fds[0]));
     ASSERT_EQ(write(fds[1], "y", 1), 1);
     Signal(efd);
     ASSERT_TRUE(eventSeen.WaitCalls(1));
-    std::lock_guard<std::mutex> guard(pipeSeen.lock);
     EXPECT_TRUE(eventSeen.onPollTask && pipeSeen.calls == 1u);
 
     IPC_EpollDelFd(static_cast<u32>(efd));
@@ -140,7 +134,7 @@ TEST_F(IpcPollTest, RegistrationWithoutHandlerIsRemovedClosedAndCounted) {
     // Both become ready while the task is held, so one wait returns the invalid one first, then the other.
     ASSERT_EQ(write(fds[1], "z", 1), 1);
     Signal(after);
-    gateSeen.Open();
+    gateSeen.hold = false;
     ASSERT_TRUE(afterSeen.WaitCalls(1)) << "the events after an invalid one are still dispatched";
 
     EXPECT_EQ(IpcErrStatCount(IPC_EVENT_PARA_INVALID), invalid + 1);
