@@ -23,10 +23,9 @@ constexpr u32 kWait = 10000;    // ms; calls that must be answered
 constexpr u32 kTimeout = 200;   // ms; calls that must time out
 constexpr u32 kCaller = 0x100;  // callback-mode module used as the caller
 constexpr u32 kEcho = 0x101;    // answers "re:" + request
-constexpr u32 kProbe = 0x103;   // records what it got, answers without data
+constexpr u32 kProbe = 0x103;   // records what it got, takes 110 ms, answers without data
 constexpr u32 kQueue = 0x104;   // queue mode with task and event
 constexpr u32 kQueueEx = 0x105; // queue mode with task 0 and event 0
-constexpr u32 kSlow = 0x106;    // takes 110 ms
 constexpr u32 kFaulty = 0x107;  // makes the receive task's next allocation fail, then returns
 
 std::mutex g_probeLock;
@@ -36,15 +35,11 @@ std::atomic<bool> g_faultyReplies{false};                   // whether kFaulty a
 u32 ProbeCallback(u32 srcNode, u32 srcMod, void *req, u32 len, void **, u32 *) {
     std::lock_guard<std::mutex> guard(g_probeLock);
     g_probe = {Text(req, len), HeadOf(req)->ucUserFlag, srcMod, srcNode, RUK_GetTaskName(RUK_TaskCurrentIdGet())};
+    std::this_thread::sleep_for(std::chrono::milliseconds(110));
     return 0;
 }
 
 u32 SilentCallback(u32, u32, void *, u32, void **, u32 *) {
-    return 0;
-}
-
-u32 SlowCallback(u32, u32, void *, u32, void **, u32 *) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(110));
     return 0;
 }
 
@@ -82,7 +77,6 @@ class RpcCallTest : public zol::test::LeakCheckedTest {
         ASSERT_EQ(IPC_RPC_Register(kCaller, SilentCallback), IPC_RPC_OK);
         ASSERT_EQ(IPC_RPC_Register(kEcho, EchoCallback), IPC_RPC_OK);
         ASSERT_EQ(IPC_RPC_Register(kProbe, ProbeCallback), IPC_RPC_OK);
-        ASSERT_EQ(IPC_RPC_Register(kSlow, SlowCallback), IPC_RPC_OK);
         ASSERT_EQ(IPC_RPC_Register(kFaulty, FaultyCallback), IPC_RPC_OK);
         g_queue = new QueueModule(AnswerEcho);
         g_queueEx = new QueueModule(AnswerEcho);
@@ -110,8 +104,10 @@ class RpcCallTest : public zol::test::LeakCheckedTest {
     }
 };
 
-// A callback module gets request and flag on "RPCR" and its reply comes back; queue modules answer themselves.
-TEST_F(RpcCallTest, CallbackAndQueueModulesAnswer) {
+// A callback module gets request and flag on "RPCR" and its reply comes back, a callback of more than 100 ms
+// is logged, an unregistered module is answered at once; queue modules answer themselves.
+TEST_F(RpcCallTest, CallbackUnregisteredAndQueueModulesAnswer) {
+    zol::test::ImAgentCapture capture;
     void *rsp = nullptr;
     u32 len = 0;
     ASSERT_EQ(IPC_RPC_SyncCall(kCaller, kSelf, kEcho, 0x5A, NewMsg("hello rpc"), 9, &rsp, &len, kWait), IPC_RPC_OK);
@@ -135,6 +131,18 @@ TEST_F(RpcCallTest, CallbackAndQueueModulesAnswer) {
     EXPECT_EQ(IPC_RPC_SyncCall(kCaller, kSelf, kEcho, 0, NewMsg("x"), 1, nullptr, &lenOnly, kWait), IPC_RPC_OK);
     EXPECT_EQ(lenOnly, 5u);
 
+    EXPECT_EQ(Call(0x55, "who", &out), IPC_RPC_ERR_NOT_REG);
+    EXPECT_EQ(out, "");
+    EXPECT_EQ(IPC_RPC_SyncCall(kCaller, kSelf, 0x55, 0, NewMsg("who"), 3, nullptr, nullptr, kWait), IPC_RPC_OK);
+    for (const auto &[tag, text, formatted] :
+         {std::make_tuple("RPC_PRM", "Mod not register", "dMod(0x55), sMod(0x100)"),
+          std::make_tuple("RPC_DPBC", "time too long.", "srcMod:256, dstMod:259")}) {
+        const auto logs = capture.WithTag(tag);
+        ASSERT_FALSE(logs.empty()) << tag;
+        EXPECT_EQ(logs[0].Text(zol::test::kImFirstText + 1), text);
+        EXPECT_EQ(logs[0].Formatted(), formatted);
+    }
+
     // Queue modules answer from their own task.
     const u32 served = g_queue->Served();
     ASSERT_EQ(Call(kQueue, "item", &out), IPC_RPC_OK);
@@ -155,24 +163,6 @@ TEST_F(RpcCallTest, CallbackAndQueueModulesAnswer) {
     EXPECT_EQ(out, "q:ex");
     while (g_queue->Served() == served || g_queueEx->Served() == servedEx) {
         std::this_thread::yield(); // the module task releases the request after its answer is sent
-    }
-}
-
-// An unregistered module is answered at once, a callback of more than 100 ms is logged.
-TEST_F(RpcCallTest, UnregisteredAndSlowModulesAreLogged) {
-    zol::test::ImAgentCapture capture;
-    std::string out = "unset";
-    EXPECT_EQ(Call(0x55, "who", &out), IPC_RPC_ERR_NOT_REG);
-    EXPECT_EQ(out, "");
-    EXPECT_EQ(IPC_RPC_SyncCall(kCaller, kSelf, 0x55, 0, NewMsg("who"), 3, nullptr, nullptr, kWait), IPC_RPC_OK);
-    ASSERT_EQ(Call(kSlow, "zzz", &out), IPC_RPC_OK);
-    for (const auto &[tag, text, formatted] :
-         {std::make_tuple("RPC_PRM", "Mod not register", "dMod(0x55), sMod(0x100)"),
-          std::make_tuple("RPC_DPBC", "time too long.", "srcMod:256, dstMod:262")}) {
-        const auto logs = capture.WithTag(tag);
-        ASSERT_FALSE(logs.empty()) << tag;
-        EXPECT_EQ(logs[0].Text(zol::test::kImFirstText + 1), text);
-        EXPECT_EQ(logs[0].Formatted(), formatted);
     }
 }
 
