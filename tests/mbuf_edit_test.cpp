@@ -38,8 +38,7 @@ TEST_F(MbufEditTest, CutsAtDescriptorBoundaries) {
     MBUF *two = Chain({100, 200});
     u8 *secondBlock = two->firstDescriptor.next->dataBlock;
     ASSERT_EQ(MBUF_CutAndFreeHead(two, 100), 0u); // exactly the first block: the second moves into the header
-    EXPECT_EQ(two->firstDescriptor.dataBlock, secondBlock);
-    EXPECT_EQ(two->firstDescriptor.next, nullptr);
+    EXPECT_TRUE(two->firstDescriptor.dataBlock == secondBlock && two->firstDescriptor.next == nullptr);
     ASSERT_EQ(MBUF_CutAndFreeHead(two, 200), 0u);
     EXPECT_EQ(Lengths(two), (std::vector<u16>{0}));
     EXPECT_EQ(MBUF_CutAndFreeHead(two, 1), 1u);
@@ -54,19 +53,16 @@ TEST_F(MbufEditTest, CutsAtDescriptorBoundaries) {
 TEST_F(MbufEditTest, ConcatenationsFailWholeAndFoldSmallPieces) {
     MBUF *dst = Chain({100, 200}, 100, 1);
     MBUF *other = Chain({40}, 100, 2);
-    const Bytes before = Take(dst);
-    const Bytes otherBefore = Take(other);
+    const Bytes before = Take(dst), otherBefore = Take(other);
     DataBlockDescriptor *last = nullptr;
-    PLAT_FaultInject("RUK_MemAlloc_F", 0, 1);
+    PLAT_FaultInject("RUK_MemAlloc_F", 0, 2);
     EXPECT_EQ(MBUF_Concatenate(dst, other, kMod), 1u);
-    PLAT_FaultInject("RUK_MemAlloc_F", 0, 1);
     EXPECT_EQ(MBUF_NeatConcatenate(dst, other, &last, kMod), 1u);
     PLAT_FaultClear();
-    EXPECT_EQ(Take(dst), before);
-    EXPECT_EQ(Take(other), otherBefore);
     EXPECT_EQ(MBUF_Concatenate(dst, nullptr, kMod), 1u);
     EXPECT_EQ(MBUF_NeatConcatenate(dst, other, nullptr, kMod), 1u);
-    ExpectSound({dst, other});
+    EXPECT_EQ(Take(dst), before);
+    EXPECT_EQ(Take(other), otherBefore);
     EXPECT_EQ(MBUF_Destroy(other), 0u);
 
     Bytes model = Flat(dst);
@@ -107,16 +103,9 @@ TEST_F(MbufEditTest, FragmentSharesTheCutBlockOnlyInsideIt) {
         ExpectSoundThenDestroy({m, rest});
     }
     MBUF *m = Chain({100});
-    EXPECT_EQ(MBUF_Fragment(m, 101, kMod), nullptr);
-    SweepAllocFailures(
-        [&] {
-            MBUF *rest = MBUF_Fragment(m, 50, kMod);
-            PLAT_FaultClear(); // joined again without injection
-            return rest != nullptr && MBUF_Concatenate(m, rest, kMod) == 0;
-        },
-        m);
-    PLAT_FaultInject("RUK_MemRefInc", 0, 1);
     const Bytes before = Take(m);
+    EXPECT_EQ(MBUF_Fragment(m, 101, kMod), nullptr);
+    PLAT_FaultInject("RUK_MemRefInc", 0, 1);
     EXPECT_EQ(MBUF_Fragment(m, 20, kMod), nullptr);
     PLAT_FaultClear();
     EXPECT_EQ(Take(m), before);
