@@ -60,19 +60,7 @@ void ExpectReleased(HashTable *t, const std::vector<int> &order) {
 
 class HashTest : public zol::test::LeakCheckedTest {};
 
-TEST_F(HashTest, BucketOrderEmptyTablesAndCreationWithoutMemory) {
-    // Appended without a callback; after the first equal key with one (keys 5 1 5 3 1).
-    for (auto [order, serials] : {std::pair{HASH_ORDER_PF{}, std::vector<int>{0, 1, 2, 3, 4}},
-                                  std::pair{HASH_ORDER_PF{OrderAfterEqual}, std::vector<int>{0, 2, 1, 4, 3}}}) {
-        std::vector<Elem> e = {{{}, 5, 0}, {{}, 1, 1}, {{}, 5, 2}, {{}, 3, 3}, {{}, 1, 4}};
-        HashTable *t = HASH_Create_Table(4, order);
-        ASSERT_NE(t, nullptr);
-        for (Elem &x : e)
-            HASH_Add_Node(t, &x.node, 1, &x.key);
-        EXPECT_EQ(t->buckets[1].count, 5u);
-        EXPECT_EQ(Walk(t), serials);
-        ExpectReleased(t, serials);
-    }
+TEST_F(HashTest, EmptyTablesAndCreationWithoutMemory) {
     HashTable *empty = HASH_Create_Table(0, nullptr); // a table without buckets
     ASSERT_NE(empty, nullptr);
     EXPECT_TRUE(Walk(empty).empty());
@@ -82,50 +70,55 @@ TEST_F(HashTest, BucketOrderEmptyTablesAndCreationWithoutMemory) {
     EXPECT_EQ(HASH_Create_Table(0xFFFFFFFFu, nullptr), nullptr); // larger than any allocation
 }
 
-// Random adds, deletes and finds over ascending buckets (equal keys stable), checked against per-bucket
-// vectors after every step; the release at the end goes in walk order.
+// Random adds, deletes and finds checked against per-bucket vectors after every step, for each kind of
+// bucket order: appended, ascending (equal keys stable), right after the first equal key. The release at
+// the end goes in walk order.
 TEST_F(HashTest, RandomSequencesMatchModel) {
     constexpr u32 kBuckets = 8;
     constexpr int kElems = 96;
-    HashTable *t = HASH_Create_Table(kBuckets, OrderAscending);
-    ASSERT_NE(t, nullptr);
-    std::vector<Elem> e(kElems);
-    std::vector<std::vector<int>> model(kBuckets); // serials in bucket order
-    std::mt19937 rng(77001u);
-    for (int i = 0; i < kElems; ++i)
-        e[i] = Elem{{nullptr, nullptr}, static_cast<int>(rng() % 20), i};
-    std::vector<int> all;
-    for (int step = 0; step < 3000 && !HasFailure(); ++step) {
-        Elem &x = e[rng() % kElems];
-        const u32 b = static_cast<u32>(x.key) % kBuckets;
-        auto &m = model[b];
-        auto it = std::find(m.begin(), m.end(), x.serial);
-        const auto firstWith = [&](auto pred) { return std::find_if(m.begin(), m.end(), pred); };
-        switch (rng() % 3) {
-        case 0:
-            if (it == m.end()) {
-                HASH_Add_Node(t, &x.node, b, &x.key);
-                m.insert(firstWith([&](int s) { return e[s].key > x.key; }), x.serial);
+    for (HASH_ORDER_PF order : {HASH_ORDER_PF{}, HASH_ORDER_PF{OrderAscending}, HASH_ORDER_PF{OrderAfterEqual}}) {
+        HashTable *t = HASH_Create_Table(kBuckets, order);
+        ASSERT_NE(t, nullptr);
+        std::vector<Elem> e(kElems);
+        std::vector<std::vector<int>> model(kBuckets); // serials in bucket order
+        std::mt19937 rng(77001u);
+        for (int i = 0; i < kElems; ++i)
+            e[i] = Elem{{nullptr, nullptr}, static_cast<int>(rng() % 20), i};
+        std::vector<int> all;
+        for (int step = 0; step < 3000 && !HasFailure(); ++step) {
+            Elem &x = e[rng() % kElems];
+            const u32 b = static_cast<u32>(x.key) % kBuckets;
+            auto &m = model[b];
+            auto it = std::find(m.begin(), m.end(), x.serial);
+            auto firstEqual = std::find_if(m.begin(), m.end(), [&](int s) { return e[s].key == x.key; });
+            switch (rng() % 3) {
+            case 0:
+                if (it == m.end()) {
+                    HASH_Add_Node(t, &x.node, b, &x.key);
+                    if (order == OrderAscending) {
+                        m.insert(std::find_if(m.begin(), m.end(), [&](int s) { return e[s].key > x.key; }), x.serial);
+                    } else {
+                        m.insert(order == nullptr || firstEqual == m.end() ? m.end() : firstEqual + 1, x.serial);
+                    }
+                }
+                break;
+            case 1:
+                HASH_Delete_Node(t, &x.node, b);
+                if (it != m.end())
+                    m.erase(it);
+                break;
+            default:
+                EXPECT_EQ(HASH_Find_Node(t, b, &x.key, CmpKey), firstEqual == m.end() ? nullptr : &e[*firstEqual].node);
             }
-            break;
-        case 1:
-            HASH_Delete_Node(t, &x.node, b);
-            if (it != m.end())
-                m.erase(it);
-            break;
-        default: {
-            auto first = firstWith([&](int s) { return e[s].key == x.key; });
-            EXPECT_EQ(HASH_Find_Node(t, b, &x.key, CmpKey), first == m.end() ? nullptr : &e[*first].node);
+            all.clear();
+            for (u32 i = 0; i < kBuckets; ++i) {
+                EXPECT_EQ(t->buckets[i].count, model[i].size());
+                all.insert(all.end(), model[i].begin(), model[i].end());
+            }
+            EXPECT_EQ(Walk(t), all) << "step " << step;
         }
-        }
-        all.clear();
-        for (u32 i = 0; i < kBuckets; ++i) {
-            EXPECT_EQ(t->buckets[i].count, model[i].size());
-            all.insert(all.end(), model[i].begin(), model[i].end());
-        }
-        EXPECT_EQ(Walk(t), all) << "step " << step;
+        ExpectReleased(t, all);
     }
-    ExpectReleased(t, all);
 }
 
 } // namespace

@@ -65,23 +65,17 @@ TEST_F(WaitListTest, HandlesResolveAndStaleOrForgedHandlesAreRefused) {
     EXPECT_EQ(RUK_WaitListUnregister(h), WAITLIST_ERR_HANDLE);
 }
 
-// Refused removals are logged with their exact texts; each waits out the per-tag repetition filter.
-TEST_F(WaitListTest, RefusedUnregistrationsAreLogged) {
+// A refused removal is logged with its exact texts, after waiting out the per-tag repetition filter.
+TEST_F(WaitListTest, RefusedUnregistrationIsLogged) {
     zol::test::ImAgentCapture capture;
-    for (u32 handle : {0u, 0x00120013u}) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(ZOL_LOG_FILTER_INTERVAL_MS + 100));
-        EXPECT_NE(RUK_WaitListUnregister(handle), 0u);
-    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(ZOL_LOG_FILTER_INTERVAL_MS + 100));
+    EXPECT_EQ(RUK_WaitListUnregister(0x00120013u), WAITLIST_ERR_HANDLE);
     const auto records = capture.WithTag("RUK_WLUR");
-    ASSERT_EQ(records.size(), 2u);
-    const char *expected[2][2] = {{"Check handle fail", "handle is null"},
-                                  {"Find son node fail", "sub node is null, handle:1179667"}};
-    for (int i = 0; i < 2; ++i) {
-        EXPECT_EQ(records[i].Text(zol::test::kImFirstText + 1), expected[i][0]);
-        // The writer may put the repetition filter's call count in front of the text.
-        const std::string text = records[i].Formatted(), tail = expected[i][1];
-        EXPECT_TRUE(text.size() >= tail.size() && text.substr(text.size() - tail.size()) == tail) << text;
-    }
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_EQ(records[0].Text(zol::test::kImFirstText + 1), "Find son node fail");
+    // The writer may put the repetition filter's call count in front of the text.
+    const std::string text = records[0].Formatted(), tail = "sub node is null, handle:1179667";
+    EXPECT_TRUE(text.size() >= tail.size() && text.substr(text.size() - tail.size()) == tail) << text;
 }
 
 std::vector<std::pair<u64, int>> g_calls; // context, procedure
