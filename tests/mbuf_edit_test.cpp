@@ -1,6 +1,6 @@
-// Message buffers through the exported API: cutting, joining, splitting, pull-up, compression, append and
-// prepend on the boundaries the randomized sequence rarely reaches (descriptor ends, empty descriptors,
-// shared last blocks, maximum sizes), against a flat-byte model, with allocation failures at every step.
+// Message buffers through the exported API: reading, cutting, joining, splitting, pull-up, compression,
+// append and prepend on the boundaries the randomized sequence rarely reaches (descriptor ends, empty
+// descriptors, shared last blocks, maximum sizes), against a flat-byte model, with allocation failures.
 #include "zol_mbuf.h"
 
 #include "leak_check.h"
@@ -11,28 +11,35 @@ namespace {
 
 class MbufEditTest : public LeakCheckedTest {};
 
-TEST_F(MbufEditTest, CutsAtDescriptorBoundaries) {
-    // Cutting a part never releases a descriptor, even one it empties or an empty one in the chain.
-    for (u32 off : {0u, 99u, 100u, 300u, 600u}) {
-        for (u32 len : {0u, 1u, 200u, 201u, 600u}) {
+// Reads and cuts of every range around the descriptor ends; cutting a part never releases a descriptor,
+// even one it empties or an empty one in the chain.
+TEST_F(MbufEditTest, ReadsAndCutsAtDescriptorBoundaries) {
+    Bytes out(600);
+    for (u32 off : {0u, 1u, 99u, 100u, 101u, 299u, 300u, 301u, 599u, 600u, 601u}) {
+        for (u32 len : {0u, 1u, 2u, 100u, 200u, 201u, 599u, 600u}) {
+            SCOPED_TRACE(std::to_string(off) + "+" + std::to_string(len));
             MBUF *c = Chain({100, 0, 200, 300});
             Bytes model = Flat(c);
             const bool fits = off + len <= 600;
-            ASSERT_EQ(MBUF_CutPart(c, off, len), fits ? 0u : 1u) << off << "+" << len;
+            ASSERT_EQ(MBUF_CopyDataFromMBufToBuffer(c, off, len, out.data()), fits ? 0u : 1u);
+            EXPECT_TRUE(!fits || std::equal(out.begin(), out.begin() + len, model.begin() + off));
+            ASSERT_EQ(MBUF_CutPart(c, off, len), fits ? 0u : 1u);
             if (fits) {
                 model.erase(model.begin() + off, model.begin() + off + len);
             }
-            EXPECT_EQ(Flat(c), model) << off << "+" << len;
+            EXPECT_EQ(Flat(c), model);
             EXPECT_EQ(c->dataBlockCount, 4u);
             ExpectSoundThenDestroy({c});
         }
     }
+    EXPECT_EQ(MBUF_CopyDataFromMBufToBuffer(nullptr, 0, 0, out.data()), 1u);
     MBUF *m = Chain({100, 200, 300});
     ASSERT_EQ(MBUF_CutPart(m, 50, 300), 0u); // shortens the first, empties the second, advances the third
     EXPECT_EQ(Lengths(m), (std::vector<u16>{50, 0, 250}));
     ASSERT_EQ(MBUF_CutTail(m, 250), 0u); // the new end falls on a descriptor's end: that one stays last
     EXPECT_EQ(Lengths(m), (std::vector<u16>{50}));
     EXPECT_EQ(MBUF_CutTail(m, 51), 1u);
+    EXPECT_EQ(MBUF_CopyDataFromMBufToBuffer(m, 0, 0, nullptr), 1u);
     MBUF_Destroy(m);
 
     MBUF *two = Chain({100, 200});

@@ -1,4 +1,4 @@
-// Message buffers through the exported API: creation, destruction, zeroing and the copy operations on their
+// Message buffers through the exported API: creation, destruction, zeroing, writing and the copies on their
 // boundaries, against a flat-byte model and the chain invariant (reference counts included), with allocation
 // failures injected at every step. Contents after arbitrary copies are the randomized sequence's job.
 #include <tuple>
@@ -64,27 +64,9 @@ TEST_F(MbufTest, AssignZeroClearsOnlyTheDataAndStopsAtAFailingFill) {
     PLAT_FaultInject("memset_s", 2, 1);
     EXPECT_EQ(MBUF_AssignZero(m), 1u);
     PLAT_FaultClear();
-    Bytes expected(40, 0x11);
-    std::fill(expected.begin(), expected.begin() + 10, 0);
+    Bytes expected(10, 0); // the first descriptor was cleared before the fill failed
+    expected.resize(40, 0x11);
     EXPECT_EQ(Flat(m), expected);
-    MBUF_Destroy(m);
-}
-
-TEST_F(MbufTest, ReadRangesAtDescriptorBoundaries) {
-    MBUF *m = Chain({100, 0, 200, 300});
-    const Bytes flat = Flat(m);
-    Bytes out(600);
-    for (u32 off : {0u, 1u, 99u, 100u, 101u, 299u, 300u, 301u, 599u, 600u, 601u}) {
-        for (u32 len : {0u, 1u, 2u, 100u, 200u, 201u, 599u, 600u}) {
-            std::fill(out.begin(), out.end(), 0);
-            const u32 rc = MBUF_CopyDataFromMBufToBuffer(m, off, len, out.data());
-            EXPECT_EQ(rc, off + len <= 600 ? 0u : 1u) << off << "+" << len;
-            EXPECT_TRUE(rc != 0 || std::equal(out.begin(), out.begin() + len, flat.begin() + off)) << off << "+" << len;
-        }
-    }
-    EXPECT_EQ(MBUF_CopyDataFromMBufToBuffer(nullptr, 0, 0, out.data()), 1u);
-    EXPECT_EQ(MBUF_CopyDataFromMBufToBuffer(m, 0, 0, nullptr), 1u);
-    EXPECT_EQ(Flat(m), flat);
     MBUF_Destroy(m);
 }
 
