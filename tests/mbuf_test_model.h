@@ -108,7 +108,7 @@ inline void ExpectSoundThenDestroy(std::initializer_list<MBUF *> buffers) {
 
 // A buffer whose descriptors hold the given lengths, each in its own block after `headSpace` bytes of head
 // room, filled with a pattern.
-inline MBUF *Chain(std::initializer_list<u32> lengths, u32 headSpace = 100, u32 seed = 1) {
+inline MBUF *Chain(const std::vector<u32> &lengths, u32 headSpace = 100, u32 seed = 1) {
     MBUF *head = nullptr;
     for (u32 len : lengths) {
         MBUF *piece = MBUF_CreateForControlPacket(headSpace, len, kType, kMod);
@@ -121,6 +121,19 @@ inline MBUF *Chain(std::initializer_list<u32> lengths, u32 headSpace = 100, u32 
     }
     Fill(head, Pattern(head->totalDataLength, seed));
     return head;
+}
+
+// Runs op, which must refuse (returning true when it did), with `fault` failing its first call after `skip`
+// (nothing injected when null), and checks that it left `m` exactly as it was.
+template <typename Op>
+void ExpectRefusedUnchanged(const MBUF *m, Op op, const char *fault = nullptr, u32 skip = 0) {
+    const Bytes before = Take(m);
+    if (fault != nullptr) {
+        PLAT_FaultInject(fault, skip, 1);
+    }
+    EXPECT_TRUE(op()) << (fault != nullptr ? fault : "refusal");
+    PLAT_FaultClear();
+    EXPECT_EQ(Take(m), before) << (fault != nullptr ? fault : "refusal");
 }
 
 // Runs op with the k-th allocation failing, for k = 0, 1, ... until op succeeds with the injection still

@@ -3,6 +3,7 @@
 #ifndef OM_SUPPORT_H
 #define OM_SUPPORT_H
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -40,9 +41,8 @@ inline std::string CommandLine(const std::string &tool, const std::vector<std::s
 #else
     std::string cmd = "'" + tool + "'";
 #endif
-    for (const std::string &arg : args) {
+    for (const std::string &arg : args)
         cmd += " '" + arg + "'";
-    }
     return cmd;
 }
 
@@ -78,9 +78,7 @@ inline std::string FrameOf(u16 usType, u32 ulId, u32 ulArg, const std::string &p
 inline std::string RandomBytes(size_t n, unsigned seed) {
     std::mt19937 rng(seed);
     std::string out(n, '\0');
-    for (char &c : out) {
-        c = static_cast<char>(rng());
-    }
+    std::generate(out.begin(), out.end(), [&] { return static_cast<char>(rng()); });
     return out;
 }
 inline const std::string kHugeFrame = std::string("\xff\xff\xff\xff\x00\x03\x00\x00", 8) + std::string(8, '\0');

@@ -30,30 +30,23 @@ TEST(SysAppStartTest, InitsTasksChainAndWakeUpInOrder) {
         EXPECT_EQ(g_appLog.initOrder[app], app < 4 ? app + 1 : 4) << app;
     }
     // The chain: the tasks of apps 0, 1, 3, 4 in registry order, with the ids the descriptors got, each
-    // finishing its start-up after the one before.
+    // finishing its start-up after the one before and sent to its successor, the last one to "INIT".
+    // Every ready notice is logged (never filtered), in chain order, with the task's name.
     ASSERT_EQ(g_ulTaskLinkNum, 4u);
     const int chain[4] = {0, 1, 3, 4};
+    const auto notices = capture.WithTag("JUX_GTFM");
+    ASSERT_EQ(notices.size(), 4u);
     for (int i = 0; i < 4; ++i) {
         const SYS_AppInfo &app = apps[chain[i]];
-        EXPECT_NE(app.ulTaskId, 0u);
         EXPECT_EQ(g_ulTaskLinkId[i], app.ulTaskId) << i;
         EXPECT_EQ(g_appLog.ownId[chain[i]].load(), app.ulTaskId) << i;
         EXPECT_EQ(g_appLog.readyOrder[chain[i]], i + 1) << i;
         EXPECT_STREQ(RUK_GetTaskName(app.ulTaskId), app.szTaskName);
-        // Each task was sent to its successor; the last one to "INIT".
-        if (i < 3) {
-            EXPECT_EQ(g_appLog.successor[chain[i]].load(), apps[chain[i + 1]].ulTaskId) << i;
-        }
+        EXPECT_STREQ(RUK_GetTaskName(g_appLog.successor[chain[i]].load()),
+                     i < 3 ? apps[chain[i + 1]].szTaskName : "INIT");
+        EXPECT_EQ(notices[i].Formatted(), std::string("Task ") + app.szTaskName + " Init ... ok");
     }
-    EXPECT_EQ(apps[2].ulTaskId, 0u);
-    EXPECT_EQ(g_appLog.readyOrder[2], 0);
-    EXPECT_STREQ(RUK_GetTaskName(g_appLog.successor[4].load()), "INIT");
-
-    // Every ready notice is logged (never filtered), in chain order, with the task's name.
-    const auto notices = capture.WithTag("JUX_GTFM");
-    ASSERT_EQ(notices.size(), 4u);
-    for (int i = 0; i < 4; ++i)
-        EXPECT_EQ(notices[i].Formatted(), std::string("Task ") + apps[chain[i]].szTaskName + " Init ... ok");
+    EXPECT_TRUE(apps[2].ulTaskId == 0 && g_appLog.readyOrder[2] == 0);
     const auto created = capture.WithTag("SYS_CAT");
     ASSERT_FALSE(created.empty());
     EXPECT_EQ(created[0].Text(zol::test::kImFirstText + 1), "Create task result succeed");

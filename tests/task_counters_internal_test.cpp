@@ -12,7 +12,8 @@ struct TestTag;
 constexpr u32 kSlabs = 4;
 using Counters = zol::TaskCounters<TestTag, 2, kSlabs>;
 
-void AddFromThreads(u32 threads, u32 perThread) {
+// Counter 0 gets 1 per call, counter 1 the thread's index; returns what counter 1 must have gained.
+u64 AddFromThreads(u32 threads, u32 perThread) {
     std::vector<std::thread> pool;
     for (u32 t = 0; t < threads; ++t) {
         pool.emplace_back([perThread, t] {
@@ -22,28 +23,20 @@ void AddFromThreads(u32 threads, u32 perThread) {
             }
         });
     }
-    for (std::thread &th : pool) {
+    for (std::thread &th : pool)
         th.join();
-    }
+    return u64{threads} * (threads - 1) / 2 * perThread;
 }
 
 TEST(TaskCountersTest, SumsStayExactBeyondTheSlabsAndAcrossTaskEnds) {
-    constexpr u32 kPerThread = 5000;
-    AddFromThreads(3 * kSlabs, kPerThread); // all at once: some tasks share the atomic slab
-    u64 weighted = 0;
-    for (u32 t = 0; t < 3 * kSlabs; ++t) {
-        weighted += u64{t} * kPerThread;
-    }
-    EXPECT_EQ(Counters::Read(0), u64{3 * kSlabs} * kPerThread);
+    u64 weighted = AddFromThreads(3 * kSlabs, 5000); // all at once: some tasks share the atomic slab
+    EXPECT_EQ(Counters::Read(0), 3 * kSlabs * 5000u);
     EXPECT_EQ(Counters::Read(1), weighted);
-
-    for (int round = 0; round < 3; ++round) { // ended tasks gave their slabs back: these take them over
-        AddFromThreads(kSlabs, 100);
-    }
-    EXPECT_EQ(Counters::Read(0), u64{3 * kSlabs} * kPerThread + 3 * kSlabs * 100);
-
+    for (int round = 0; round < 3; ++round) // ended tasks gave their slabs back: these take them over
+        weighted += AddFromThreads(kSlabs, 100);
     Counters::Add(0, 7); // the test's own task keeps its slab while it lives
-    EXPECT_EQ(Counters::Read(0), u64{3 * kSlabs} * kPerThread + 3 * kSlabs * 100 + 7);
+    EXPECT_EQ(Counters::Read(0), 3 * kSlabs * 5100u + 7);
+    EXPECT_EQ(Counters::Read(1), weighted);
 }
 
 } // namespace

@@ -48,8 +48,6 @@ u32 RecordInit() {
     g_appLog.initOrder[N] = ++g_appLog.inits;
     return 0;
 }
-inline constexpr SYS_APP_INIT_PF kRecordInit[kMaxApps] = {RecordInit<0>, RecordInit<1>, RecordInit<2>, RecordInit<3>,
-                                                          RecordInit<4>, RecordInit<5>, RecordInit<6>, RecordInit<7>};
 
 // A descriptor for application `app` named "APnn", with or without a task and an initialisation.
 inline void MakeApp(SYS_AppInfo *info, int app, bool withTask, SYS_APP_INIT_PF init) {
