@@ -6,6 +6,7 @@
 #include <arpa/inet.h>
 #include <atomic>
 #include <cstring>
+#include <numeric>
 #include <sys/eventfd.h>
 #include <thread>
 #include <unistd.h>
@@ -34,10 +35,9 @@ class IpcEnv : public ::testing::Environment {
 const auto *const g_env = ::testing::AddGlobalTestEnvironment(new IpcEnv);
 
 const auto Chan = [](u32 id) -> IPC_CHAN_S & { return g_pstIpcChanTbl[id]; };
-const auto Traffic = IPC_ReadChanTraffic;
 // A channel's local counts: received, bytes received, sent, bytes sent.
 std::vector<u64> Local(u32 id) {
-    const IPC_CHAN_TRAFFIC_S t = Traffic(id);
+    const IPC_CHAN_TRAFFIC_S t = IPC_ReadChanTraffic(id);
     return {t.ulLocalRecvNum, t.ullLocalRecvBytes, t.ulLocalSendNum, t.ullLocalSendBytes};
 }
 
@@ -77,17 +77,24 @@ void *NewMsg(u32 len, u8 fill) {
     return msg;
 }
 
-u32 NewQueue(const char *name, u32 depth) {
-    u32 id = 0;
-    EXPECT_EQ(RUK_Que_Create(name, depth, 0, &id), RUK_OK);
-    return id;
-}
-
 class IpcSendTest : public zol::test::LeakCheckedTest {
   protected:
     void SetUp() override {
         LeakCheckedTest::SetUp();
         g_seen.clear();
+    }
+    // Registers two channels of the given queues (0: callback mode with the recording callback).
+    void Pair(u32 src, u32 srcQue, u32 dst, u32 dstQue) {
+        for (const auto &[chan, que] : {std::make_pair(src, srcQue), std::make_pair(dst, dstQue)}) {
+            ASSERT_EQ(IPC_Create(chan, que ? IPC_CHAN_MODE_QUEUE : IPC_CHAN_MODE_CALLBACK, que,
+                                 que ? nullptr : RecordingCallback),
+                      IPC_OK);
+        }
+    }
+    u32 NewQueue(const char *name, u32 depth) {
+        u32 id = 0;
+        EXPECT_EQ(RUK_Que_Create(name, depth, 0, &id), RUK_OK);
+        return id;
     }
     // Reads one record of a queue without waiting into rec_.
     u32 Take(u32 que) { return RUK_Que_Read(que, rec_, RUK_NOWAIT, 0); }
@@ -95,64 +102,51 @@ class IpcSendTest : public zol::test::LeakCheckedTest {
     u64 rec_[4] = {};
 };
 
-TEST(IpcChannelTest, CreateChecksInOrderAndCountsEachRefusalThenSmallNodeCalls) {
-    EXPECT_EQ(IPC_Init(kSelf), IPC_ERR_ALREADY);
+TEST(IpcChannelTest, CreateRefusalsThenSmallNodeCalls) {
     EXPECT_EQ(IPC_Init(0x18000), IPC_ERR_ALREADY); // the flag is tested before the id
     const u32 paramErr = IpcErrStatCount(IPC_PARAM_ERR);
-    EXPECT_EQ(IPC_Create(48, IPC_CHAN_MODE_QUEUE, 7, nullptr), IPC_ERR_CHAN);
-    EXPECT_EQ(IPC_Create(48, 3, 0, nullptr), IPC_ERR_CHAN);
-    EXPECT_EQ(IPC_Create(40, 3, 7, FreeingCallback), IPC_ERR_MODE);
-    EXPECT_EQ(IPC_Create(40, 0, 7, FreeingCallback), IPC_ERR_MODE);
-    EXPECT_EQ(IPC_Create(40, IPC_CHAN_MODE_CALLBACK, 7, nullptr), IPC_ERR_NO_CALLBACK);
-    EXPECT_EQ(IPC_Create(40, IPC_CHAN_MODE_QUEUE, 0, nullptr), IPC_ERR_NO_QUEUE);
+    const struct {
+        u32 chan, mode, que;
+        IPC_CHAN_CALLBACK_PF callback;
+        u32 rc;
+    } refusals[] = {
+        {48, IPC_CHAN_MODE_QUEUE, 7, nullptr, IPC_ERR_CHAN},
+        {48, 3, 0, nullptr, IPC_ERR_CHAN},
+        {40, 3, 7, FreeingCallback, IPC_ERR_MODE},
+        {40, 0, 7, FreeingCallback, IPC_ERR_MODE},
+        {40, IPC_CHAN_MODE_CALLBACK, 7, nullptr, IPC_ERR_NO_CALLBACK},
+        {40, IPC_CHAN_MODE_QUEUE, 0, nullptr, IPC_ERR_NO_QUEUE},
+    };
+    for (const auto &r : refusals) {
+        EXPECT_EQ(IPC_Create(r.chan, r.mode, r.que, r.callback), r.rc) << r.chan << " " << r.mode;
+    }
     EXPECT_EQ(IPC_GetChanRegFlag(40), 0u);
-    EXPECT_EQ(IpcErrStatCount(IPC_PARAM_ERR), paramErr + 6);
-
-    // Both registration fields are kept whatever the mode.
     EXPECT_EQ(IPC_Create(40, IPC_CHAN_MODE_QUEUE, 7, FreeingCallback), IPC_OK);
-    EXPECT_EQ(Chan(40).ulQueId, 7u);
-    EXPECT_EQ(Chan(40).pfCallback, &FreeingCallback);
     EXPECT_EQ(IPC_Create(40, IPC_CHAN_MODE_CALLBACK, 0, FreeingCallback), IPC_ERR_CHAN_REGISTERED);
     EXPECT_EQ(Chan(40).usMode, IPC_CHAN_MODE_QUEUE);
     EXPECT_EQ(IpcErrStatCount(IPC_PARAM_ERR), paramErr + 7);
-    EXPECT_EQ(IPC_GetChanRegCtrl(48), nullptr);
 
-    // The small calls on the own node.
-    EXPECT_EQ(IPC_GetSelfNodeId(), kSelf);
     EXPECT_EQ(IPC_ConnectDstNode(kSelf), IPC_OK);
     EXPECT_EQ(IPC_ConnectDstNode(kOtherNode), IPC_ERR_UNREACHABLE);
     EXPECT_EQ(IPC_AllowSndDataMaxLen(kSelf), 8383488u);
     EXPECT_EQ(IPC_AllowSndDataMaxLen(kOtherNode), IPC_ERR_NOT_INIT);
     EXPECT_EQ(IPC_AllowSndDataMaxLen(0xFF003), IPC_ERR_PARAM);
-    EXPECT_EQ(IPC_GetNode(kOtherNode), nullptr); // only the own record exists
-
     EXPECT_EQ(IPC_SetServerPara(nullptr, 1), IPC_ERR_PARAM);
     EXPECT_EQ(IPC_SetServerPara("10.1.2.3", 8080), IPC_OK);
-    EXPECT_EQ(IPC_GetNode(kSelf)->ulIpAddr, inet_addr("10.1.2.3"));
-    EXPECT_EQ(IPC_GetNode(kSelf)->usPort, htons(8080));
-    EXPECT_EQ(IPC_SetServerPara("not an address", 1), IPC_OK);
-    EXPECT_EQ(IPC_GetNode(kSelf)->ulIpAddr, 0xFFFFFFFFu);
+    EXPECT_EQ(std::make_pair(IPC_GetNode(kSelf)->ulIpAddr, IPC_GetNode(kSelf)->usPort),
+              std::make_pair(inet_addr("10.1.2.3"), htons(8080)));
 
     u8 out2 = 0;
     int out1 = 0;
     EXPECT_EQ(IPC_GetUpNodeByProcess(23, &out1, &out2), IPC_OK);
     EXPECT_EQ(IPC_GetUpNodeByProcess(24, &out1, &out2), 1u);
-    EXPECT_EQ(IPC_GetUpNodeByProcess(1, nullptr, &out2), 1u);
-    EXPECT_EQ(IPC_GetUpNodeByProcess(1, &out1, nullptr), 1u);
-
-    EXPECT_EQ(IPC_SetAckMsgQueLen(0), 1u);
     EXPECT_EQ(IPC_SetAckMsgQueLen(5001), 1u);
-    EXPECT_EQ(g_ulIpcAckMsgQueLen, 800u);
-    EXPECT_EQ(IPC_SetAckMsgQueLen(5000), IPC_OK);
-    EXPECT_EQ(g_ulIpcAckMsgQueLen, 5000u);
 }
 
 // Sends that are refused before the header is touched: the message is byte for byte as it was.
 TEST_F(IpcSendTest, RefusalsBeforeTheHeaderIsFilledLeaveTheMessageAlone) {
-    ASSERT_EQ(IPC_Create(1, IPC_CHAN_MODE_CALLBACK, 0, RecordingCallback), IPC_OK);
-    ASSERT_EQ(IPC_Create(2, IPC_CHAN_MODE_CALLBACK, 0, RecordingCallback), IPC_OK);
+    Pair(1, 0, 2, 0);
     void *msg = NewMsg(kLen, 0x5A);
-    ASSERT_NE(msg, nullptr);
     u8 before[IPC_MSG_HEAD_LEN + kLen];
     memcpy(before, MsgHead(msg), sizeof(before));
 
@@ -168,34 +162,32 @@ TEST_F(IpcSendTest, RefusalsBeforeTheHeaderIsFilledLeaveTheMessageAlone) {
         {1, kSelf, 48, 0, false, kLen, IPC_ERR_CHAN, IPC_PARAM_ERR},
         {1, kSelf, 2, 0, true, kLen, IPC_ERR_MSG, IPC_MSG_ERR},
         {1, kSelf, 2, 0, false, 0, IPC_ERR_MSG, IPC_MSG_ERR},
-        {1, kSelf, 2, IPC_SEND_FLAG_MULTICAST, false, kLen, IPC_ERR_UNREACHABLE, IPC_SEND_MC_NOT_SUPPORT},
         {1, kSelf, 2, IPC_SEND_FLAG_MULTICAST | IPC_SEND_FLAG_SYNC, false, kLen, IPC_ERR_UNREACHABLE,
          IPC_SEND_MC_NOT_SUPPORT},
         {47, kSelf, 2, 0, false, kLen, IPC_ERR_CHAN_NOT_REG, IPC_CHAN_ERR},
     };
     for (const auto &r : refusals) {
+        SCOPED_TRACE(testing::Message() << r.src << " " << r.dst);
         const u32 param = IpcErrStatCount(IPC_PARAM_ERR), counted = IpcErrStatCount(r.counter);
-        EXPECT_EQ(IPC_Send(r.src, r.dstNode, r.dst, r.flags, r.noMsg ? nullptr : msg, r.len), r.rc) << r.src << r.dst;
-        EXPECT_EQ(IpcErrStatCount(r.counter), counted + (r.counter != kUncounted)) << r.src << " " << r.dst;
-        if (r.counter != IPC_PARAM_ERR) {
-            EXPECT_EQ(IpcErrStatCount(IPC_PARAM_ERR), param) << r.src << " " << r.dst;
-        }
+        EXPECT_EQ(IPC_Send(r.src, r.dstNode, r.dst, r.flags, r.noMsg ? nullptr : msg, r.len), r.rc);
+        EXPECT_EQ(IpcErrStatCount(r.counter), counted + (r.counter != kUncounted));
+        EXPECT_EQ(IpcErrStatCount(IPC_PARAM_ERR), param + (r.counter == IPC_PARAM_ERR));
     }
-    EXPECT_EQ(memcmp(before, MsgHead(msg), sizeof(before)), 0);
 
     // Marks that say the caller does not hold the message: each counted by its kind, plus the total.
-    const u32 memErr = IpcErrStatCount(IPC_SEND_MEMORY_ERR), sending = IpcErrStatCount(IPC_MEMORY_SEND),
-              others = IpcErrStatCount(IPC_MEMORY_OTHERS), released = IpcErrStatCount(IPC_MEMORY_RELEASED);
-    MsgHead(msg)->ucMemFlag = IPC_MEM_SENDING;
-    EXPECT_EQ(IPC_Send(1, kSelf, 2, 0, msg, kLen), IPC_ERR_MSG_OWNER);
-    MsgHead(msg)->ucMemFlag = 0x77;
-    EXPECT_EQ(IPC_Send(1, kSelf, 2, 0, msg, kLen), IPC_ERR_MSG_OWNER);
-    EXPECT_EQ(IpcErrStatCount(IPC_MEMORY_SEND), sending + 1);
-    EXPECT_EQ(IpcErrStatCount(IPC_MEMORY_OTHERS), others + 1);
+    const u32 memErr = IpcErrStatCount(IPC_SEND_MEMORY_ERR);
+    for (const auto &[mark, kind] :
+         {std::make_pair(u8{IPC_MEM_SENDING}, IPC_MEMORY_SEND), std::make_pair(u8{0x77}, IPC_MEMORY_OTHERS)}) {
+        const u32 counted = IpcErrStatCount(kind);
+        MsgHead(msg)->ucMemFlag = mark;
+        EXPECT_EQ(IPC_Send(1, kSelf, 2, 0, msg, kLen), IPC_ERR_MSG_OWNER);
+        EXPECT_EQ(IpcErrStatCount(kind), counted + 1);
+    }
     MsgHead(msg)->ucMemFlag = IPC_MEM_USED;
     EXPECT_EQ(memcmp(before, MsgHead(msg), sizeof(before)), 0);
     EXPECT_EQ(Chan(1).ulSendFailNum, 0u);
     IPC_FreeMsg(msg);
+    const u32 released = IpcErrStatCount(IPC_MEMORY_RELEASED);
     EXPECT_EQ(IPC_Send(1, kSelf, 2, 0, msg, kLen), IPC_ERR_MSG_OWNER);
     EXPECT_EQ(IpcErrStatCount(IPC_MEMORY_RELEASED), released + 1);
     EXPECT_EQ(IpcErrStatCount(IPC_SEND_MEMORY_ERR), memErr + 3);
@@ -205,40 +197,25 @@ TEST_F(IpcSendTest, RefusalsBeforeTheHeaderIsFilledLeaveTheMessageAlone) {
 // Failures after the header was filled: counted on the source channel, mark back to "held", header in
 // network order, the caller still owns the message.
 TEST_F(IpcSendTest, FailuresAfterTheHeaderFillCountOnTheSourceChannel) {
-    ASSERT_EQ(IPC_Create(15, IPC_CHAN_MODE_CALLBACK, 0, RecordingCallback), IPC_OK);
-    ASSERT_EQ(IPC_Create(16, IPC_CHAN_MODE_CALLBACK, 0, RecordingCallback), IPC_OK);
+    Pair(15, 0, 16, 0);
     void *msg = NewMsg(IPC_MAX_MSG_LEN, 1);
-    ASSERT_NE(msg, nullptr);
     const u32 chanErr = IpcErrStatCount(IPC_CHAN_ERR);
     EXPECT_EQ(IPC_Send(15, kOtherNode, 16, 0, msg, kLen), IPC_ERR_UNREACHABLE);
-    const IPC_MSG_HEAD_S *head = MsgHead(msg);
-    EXPECT_EQ(head->ucMemFlag, IPC_MEM_USED);
-    EXPECT_EQ(head->ucSendFlag, 1u);
     EXPECT_EQ(Fields(msg), (std::vector<u32>{htonl(kSelf), htonl(kOtherNode), htons(15), htons(16), htonl(kLen)}));
-    EXPECT_EQ(Chan(15).ulSendFailNum, 1u);
-
     EXPECT_EQ(IPC_Send(15, kSelf, 46, 0, msg, kLen), IPC_ERR_CHAN_NOT_REG);
     EXPECT_EQ(IpcErrStatCount(IPC_CHAN_ERR), chanErr); // a missing destination is not a source-channel error
     EXPECT_EQ(IPC_Send(15, kSelf, 16, 0, msg, IPC_MAX_MSG_LEN + 1), IPC_ERR_MSG_OWNER);
     EXPECT_EQ(Chan(15).ulSendFailNum, 3u);
-    EXPECT_EQ(head->ucMemFlag, IPC_MEM_USED);
-    EXPECT_TRUE(g_seen.empty());
-
-    // The largest payload goes through whole.
-    EXPECT_EQ(IPC_Send(15, kSelf, 16, 0, msg, IPC_MAX_MSG_LEN), IPC_OK);
+    EXPECT_EQ(MsgHead(msg)->ucMemFlag, IPC_MEM_USED);
+    EXPECT_EQ(IPC_Send(15, kSelf, 16, 0, msg, IPC_MAX_MSG_LEN), IPC_OK); // the largest goes through whole
     ASSERT_EQ(g_seen.size(), 2u);
     EXPECT_EQ(g_seen[0].payload, std::vector<u8>(IPC_MAX_MSG_LEN, 1));
-    EXPECT_EQ(Chan(15).ulSendFailNum, 3u);
 }
 
 TEST_F(IpcSendTest, CallbackDeliveryThenHandBackWithHostOrderHeaders) {
-    ASSERT_EQ(IPC_Create(3, IPC_CHAN_MODE_CALLBACK, 0, RecordingCallback), IPC_OK);
-    ASSERT_EQ(IPC_Create(4, IPC_CHAN_MODE_CALLBACK, 0, RecordingCallback), IPC_OK);
+    Pair(3, 0, 4, 0);
     void *msg = NewMsg(kLen, 0);
-    ASSERT_NE(msg, nullptr);
-    for (u32 i = 0; i < kLen; i++) {
-        static_cast<u8 *>(msg)[i] = static_cast<u8>(i * 7);
-    }
+    std::iota(static_cast<u8 *>(msg), static_cast<u8 *>(msg) + kLen, u8{0});
     const std::vector<u8> sent(static_cast<u8 *>(msg), static_cast<u8 *>(msg) + 50);
     ASSERT_EQ(IPC_Send(3, kSelf, 4, 0, msg, 50), IPC_OK);
     // The receiver first, with a copy; then the sender, with its own message; both headers in host order.
@@ -251,9 +228,6 @@ TEST_F(IpcSendTest, CallbackDeliveryThenHandBackWithHostOrderHeaders) {
     for (const Delivery &d : g_seen) {
         EXPECT_EQ(d.header, (std::vector<u32>{kSelf, kSelf, 3, 4, 50, IPC_MEM_USED}));
     }
-    EXPECT_EQ(Local(4), (std::vector<u64>{1, 50, 0, 0}));
-    EXPECT_EQ(Local(3), (std::vector<u64>{0, 0, 1, 50}));
-    EXPECT_EQ(Traffic(3).ulRemoteSendNum + Traffic(4).ulRemoteRecvNum, 0u);
 
     // With the synchronous flag only the receiver is called; the sender keeps its message.
     g_seen.clear();
@@ -263,14 +237,12 @@ TEST_F(IpcSendTest, CallbackDeliveryThenHandBackWithHostOrderHeaders) {
     EXPECT_EQ(g_seen[0].args[0], IPC_NOTIFY_RECV);
     EXPECT_EQ(MsgHead(msg)->ucMemFlag, IPC_MEM_USED);
     EXPECT_EQ(Local(4), (std::vector<u64>{2, 50 + kLen, 0, 0}));
-    EXPECT_EQ(Local(3), (std::vector<u64>{0, 0, 1, 50}));
     IPC_FreeMsg(msg);
 }
 
 TEST_F(IpcSendTest, QueueDeliveryWritesRecordsTheReaderOwns) {
     const u32 srcQue = NewQueue("tsrc", 8), dstQue = NewQueue("tdst", 8);
-    ASSERT_EQ(IPC_Create(10, IPC_CHAN_MODE_QUEUE, srcQue, nullptr), IPC_OK);
-    ASSERT_EQ(IPC_Create(11, IPC_CHAN_MODE_QUEUE, dstQue, nullptr), IPC_OK);
+    Pair(10, srcQue, 11, dstQue);
     void *msg = NewMsg(kLen, 0x33);
     ASSERT_EQ(IPC_Send(10, kSelf, 11, 0, msg, kLen), IPC_OK);
 
@@ -284,10 +256,7 @@ TEST_F(IpcSendTest, QueueDeliveryWritesRecordsTheReaderOwns) {
     EXPECT_EQ(std::vector<u64>(rec_, rec_ + 4),
               (std::vector<u64>{IPC_NOTIFY_SEND_FINISH, reinterpret_cast<uintptr_t>(msg), kLen, 0}));
     EXPECT_EQ(Fields(msg), Fields(copy)) << "handed back in host order too";
-    EXPECT_EQ(Take(srcQue), RUK_ERR_EMPTY);
-    EXPECT_EQ(Take(dstQue), RUK_ERR_EMPTY);
-    EXPECT_EQ(Local(11), (std::vector<u64>{1, kLen, 0, 0}));
-    EXPECT_EQ(Local(10), (std::vector<u64>{0, 0, 1, kLen}));
+    EXPECT_EQ(Take(srcQue) + Take(dstQue), 2u * RUK_ERR_EMPTY);
     IPC_FreeMsg(copy);
     IPC_FreeMsg(msg);
 }
@@ -295,15 +264,13 @@ TEST_F(IpcSendTest, QueueDeliveryWritesRecordsTheReaderOwns) {
 // Nothing leaks when the copy cannot be allocated or a queue refuses a record (fixture's leak check).
 TEST_F(IpcSendTest, InjectedFailuresAreCountedAndLeakNothing) {
     const u32 srcQue = NewQueue("fsrc", 4), dstQue = NewQueue("fdst", 4);
-    ASSERT_EQ(IPC_Create(12, IPC_CHAN_MODE_CALLBACK, 0, RecordingCallback), IPC_OK);
-    ASSERT_EQ(IPC_Create(13, IPC_CHAN_MODE_QUEUE, dstQue, nullptr), IPC_OK);
+    Pair(12, 0, 13, dstQue);
     ASSERT_EQ(IPC_Create(14, IPC_CHAN_MODE_QUEUE, srcQue, nullptr), IPC_OK);
     void *msg = NewMsg(kLen, 2);
     ASSERT_EQ(PLAT_FaultInject("RUK_MemAlloc_F", 0, 1), 0u);
     EXPECT_EQ(IPC_Send(12, kSelf, 13, 0, msg, kLen), IPC_ERR_NO_MEMORY);
     EXPECT_EQ(Chan(12).ulSendFailNum, 1u);
     EXPECT_EQ(MsgHead(msg)->ucMemFlag, IPC_MEM_USED);
-    EXPECT_EQ(Take(dstQue), RUK_ERR_EMPTY);
 
     // The receiver's record is refused: the copy is dropped, the sender still gets its message back.
     const u32 queFail = IpcErrStatCount(IPC_NOTIFY_QUE_FAIL);
@@ -314,7 +281,6 @@ TEST_F(IpcSendTest, InjectedFailuresAreCountedAndLeakNothing) {
     ASSERT_EQ(g_seen.size(), 1u);
     EXPECT_EQ(g_seen[0].args[0], IPC_NOTIFY_SEND_FINISH);
     EXPECT_EQ(Local(13)[0], 0u);
-    EXPECT_EQ(Local(12)[2], 1u);
 
     // The hand-back record is refused: the sent message is dropped, the receiver has its copy.
     ASSERT_EQ(PLAT_FaultInject("RUK_Que_Write", 1, 1), 0u);
@@ -323,8 +289,6 @@ TEST_F(IpcSendTest, InjectedFailuresAreCountedAndLeakNothing) {
     EXPECT_EQ(Take(srcQue), RUK_ERR_EMPTY);
     ASSERT_EQ(Take(dstQue), RUK_OK);
     IPC_FreeMsg(RecMsg());
-    EXPECT_EQ(Local(13)[0], 1u);
-    EXPECT_EQ(Local(14)[2], 0u);
     EXPECT_EQ(Chan(14).ulSendFailNum, 0u);
 }
 
@@ -345,11 +309,9 @@ u32 SendFromPollTask(IPC_EPOLL_HANDLER_S *rec, u32) {
 }
 
 TEST_F(IpcSendTest, SynchronousSendIsRefusedOnThePollTask) {
-    ASSERT_EQ(IPC_Create(30, IPC_CHAN_MODE_CALLBACK, 0, FreeingCallback), IPC_OK);
-    ASSERT_EQ(IPC_Create(31, IPC_CHAN_MODE_CALLBACK, 0, FreeingCallback), IPC_OK);
+    Pair(30, 0, 31, 0);
     const u32 param = IpcErrStatCount(IPC_PARAM_ERR);
     const int fd = eventfd(1, EFD_CLOEXEC);
-    ASSERT_GE(fd, 0);
     ASSERT_EQ(IPC_EpollAddFd(static_cast<u32>(fd), 0, SendFromPollTask, 0x1), IPC_OK);
     for (int i = 0; i < 500 && g_pollResult == 0xFFFFFFFFu; i++) {
         usleep(10000);
@@ -357,12 +319,11 @@ TEST_F(IpcSendTest, SynchronousSendIsRefusedOnThePollTask) {
     EXPECT_EQ(g_pollResult, IPC_ERR_SYNC_ON_POLL);
     EXPECT_EQ(g_pollMcResult, IPC_ERR_SYNC_ON_POLL);
     EXPECT_EQ(IpcErrStatCount(IPC_PARAM_ERR), param + 2);
-    EXPECT_EQ(Local(31)[0], 0u);
     // The same send from an ordinary task goes through.
     void *msg = NewMsg(kLen, 6);
     EXPECT_EQ(IPC_Send(30, kSelf, 31, IPC_SEND_FLAG_SYNC, msg, kLen), IPC_OK);
     IPC_FreeMsg(msg);
-    EXPECT_EQ(Local(31)[0], 1u);
+    EXPECT_EQ(g_seen.size(), 1u);
 }
 
 // Several tasks send to one queue channel at once; a reader takes every message exactly once.
@@ -371,9 +332,9 @@ TEST_F(IpcSendTest, SeveralSendersToOneQueueChannelDeliverEachMessageOnce) {
     const u32 que = NewQueue("multi", kThreads * kPerThread);
     ASSERT_EQ(IPC_Create(20, IPC_CHAN_MODE_CALLBACK, 0, FreeingCallback), IPC_OK);
     ASSERT_EQ(IPC_Create(21, IPC_CHAN_MODE_QUEUE, que, nullptr), IPC_OK);
-    const u32 queFail = IpcErrStatCount(IPC_NOTIFY_QUE_FAIL);
     std::vector<u32> seen(kThreads * kPerThread, 0);
-    std::thread reader([&] {
+    std::vector<std::thread> threads;
+    threads.emplace_back([&] {
         for (u32 n = 0; n < kThreads * kPerThread; n++) {
             u64 rec[4] = {};
             if (RUK_Que_Read(que, rec, RUK_WAIT, 10000) != RUK_OK) {
@@ -386,10 +347,9 @@ TEST_F(IpcSendTest, SeveralSendersToOneQueueChannelDeliverEachMessageOnce) {
             IPC_FreeMsg(msg);
         }
     });
-    std::vector<std::thread> senders;
     std::atomic<u32> failures{0};
     for (u32 t = 0; t < kThreads; t++) {
-        senders.emplace_back([t, &failures] {
+        threads.emplace_back([t, &failures] {
             for (u32 i = 0; i < kPerThread; i++) {
                 void *msg = NewMsg(kLen, 0);
                 *static_cast<u32 *>(msg) = t * kPerThread + i;
@@ -400,15 +360,13 @@ TEST_F(IpcSendTest, SeveralSendersToOneQueueChannelDeliverEachMessageOnce) {
             }
         });
     }
-    senders.push_back(std::move(reader));
-    for (std::thread &s : senders) {
+    for (std::thread &s : threads) {
         s.join();
     }
     EXPECT_EQ(failures, 0u);
     EXPECT_EQ(std::count(seen.begin(), seen.end(), 1u), static_cast<long>(seen.size()));
     EXPECT_EQ(Local(21), (std::vector<u64>{kThreads * kPerThread, u64{kThreads} * kPerThread * kLen, 0, 0}));
     EXPECT_EQ(Local(20)[2], kThreads * kPerThread);
-    EXPECT_EQ(IpcErrStatCount(IPC_NOTIFY_QUE_FAIL), queFail);
 }
 
 } // namespace

@@ -23,36 +23,23 @@ constexpr u32 kWait = 10000;    // ms; calls that must be answered
 constexpr u32 kTimeout = 200;   // ms; calls that must time out
 constexpr u32 kCaller = 0x100;  // callback-mode module used as the caller
 constexpr u32 kEcho = 0x101;    // answers "re:" + request
-constexpr u32 kProbe = 0x103;   // records what it got, answers without data
+constexpr u32 kProbe = 0x103;   // records what it got, takes 110 ms, answers without data
 constexpr u32 kQueue = 0x104;   // queue mode with task and event
 constexpr u32 kQueueEx = 0x105; // queue mode with task 0 and event 0
-constexpr u32 kSlow = 0x106;    // takes 110 ms
 constexpr u32 kFaulty = 0x107;  // makes the receive task's next allocation fail, then returns
 
-struct Probe {
-    std::mutex lock;
-    u32 srcNode = 0, srcMod = 0;
-    u8 flag = 0;
-    std::string data, task;
-} g_probe;
-std::atomic<bool> g_faultyReplies{false}; // whether kFaulty answers with data
+std::mutex g_probeLock;
+std::tuple<std::string, u8, u32, u32, std::string> g_probe; // request, flag, source module and node, task
+std::atomic<bool> g_faultyReplies{false};                   // whether kFaulty answers with data
 
 u32 ProbeCallback(u32 srcNode, u32 srcMod, void *req, u32 len, void **, u32 *) {
-    std::lock_guard<std::mutex> guard(g_probe.lock);
-    g_probe.srcNode = srcNode;
-    g_probe.srcMod = srcMod;
-    g_probe.flag = HeadOf(req)->ucUserFlag;
-    g_probe.data = Text(req, len);
-    g_probe.task = RUK_GetTaskName(RUK_TaskCurrentIdGet());
+    std::lock_guard<std::mutex> guard(g_probeLock);
+    g_probe = {Text(req, len), HeadOf(req)->ucUserFlag, srcMod, srcNode, RUK_GetTaskName(RUK_TaskCurrentIdGet())};
+    std::this_thread::sleep_for(std::chrono::milliseconds(110));
     return 0;
 }
 
 u32 SilentCallback(u32, u32, void *, u32, void **, u32 *) {
-    return 0;
-}
-
-u32 SlowCallback(u32, u32, void *, u32, void **, u32 *) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(110));
     return 0;
 }
 
@@ -90,7 +77,6 @@ class RpcCallTest : public zol::test::LeakCheckedTest {
         ASSERT_EQ(IPC_RPC_Register(kCaller, SilentCallback), IPC_RPC_OK);
         ASSERT_EQ(IPC_RPC_Register(kEcho, EchoCallback), IPC_RPC_OK);
         ASSERT_EQ(IPC_RPC_Register(kProbe, ProbeCallback), IPC_RPC_OK);
-        ASSERT_EQ(IPC_RPC_Register(kSlow, SlowCallback), IPC_RPC_OK);
         ASSERT_EQ(IPC_RPC_Register(kFaulty, FaultyCallback), IPC_RPC_OK);
         g_queue = new QueueModule(AnswerEcho);
         g_queueEx = new QueueModule(AnswerEcho);
@@ -118,8 +104,10 @@ class RpcCallTest : public zol::test::LeakCheckedTest {
     }
 };
 
-// A callback module gets request and flag on "RPCR" and its reply comes back; queue modules answer themselves.
-TEST_F(RpcCallTest, CallbackAndQueueModulesAnswer) {
+// A callback module gets request and flag on "RPCR" and its reply comes back, a callback of more than 100 ms
+// is logged, an unregistered module is answered at once; queue modules answer themselves.
+TEST_F(RpcCallTest, CallbackUnregisteredAndQueueModulesAnswer) {
+    zol::test::ImAgentCapture capture;
     void *rsp = nullptr;
     u32 len = 0;
     ASSERT_EQ(IPC_RPC_SyncCall(kCaller, kSelf, kEcho, 0x5A, NewMsg("hello rpc"), 9, &rsp, &len, kWait), IPC_RPC_OK);
@@ -133,9 +121,8 @@ TEST_F(RpcCallTest, CallbackAndQueueModulesAnswer) {
     ASSERT_EQ(Call(kProbe, "defg", &out, 0x01), IPC_RPC_OK);
     EXPECT_EQ(out, ""); // answered without data
     {
-        std::lock_guard<std::mutex> guard(g_probe.lock);
-        EXPECT_EQ(std::tie(g_probe.data, g_probe.flag, g_probe.srcMod, g_probe.srcNode, g_probe.task),
-                  std::make_tuple("defg", u8{0x01}, kCaller, kSelf, "RPCR"));
+        std::lock_guard<std::mutex> guard(g_probeLock);
+        EXPECT_EQ(g_probe, std::make_tuple("defg", u8{0x01}, kCaller, kSelf, "RPCR"));
     }
 
     // Without outputs, and with the length alone, the reply is released by the call.
@@ -143,6 +130,18 @@ TEST_F(RpcCallTest, CallbackAndQueueModulesAnswer) {
     EXPECT_EQ(IPC_RPC_SyncCall(kCaller, kSelf, kEcho, 0, NewMsg("x"), 1, nullptr, nullptr, kWait), IPC_RPC_OK);
     EXPECT_EQ(IPC_RPC_SyncCall(kCaller, kSelf, kEcho, 0, NewMsg("x"), 1, nullptr, &lenOnly, kWait), IPC_RPC_OK);
     EXPECT_EQ(lenOnly, 5u);
+
+    EXPECT_EQ(Call(0x55, "who", &out), IPC_RPC_ERR_NOT_REG);
+    EXPECT_EQ(out, "");
+    EXPECT_EQ(IPC_RPC_SyncCall(kCaller, kSelf, 0x55, 0, NewMsg("who"), 3, nullptr, nullptr, kWait), IPC_RPC_OK);
+    for (const auto &[tag, text, formatted] :
+         {std::make_tuple("RPC_PRM", "Mod not register", "dMod(0x55), sMod(0x100)"),
+          std::make_tuple("RPC_DPBC", "time too long.", "srcMod:256, dstMod:259")}) {
+        const auto logs = capture.WithTag(tag);
+        ASSERT_FALSE(logs.empty()) << tag;
+        EXPECT_EQ(logs[0].Text(zol::test::kImFirstText + 1), text);
+        EXPECT_EQ(logs[0].Formatted(), formatted);
+    }
 
     // Queue modules answer from their own task.
     const u32 served = g_queue->Served();
@@ -165,24 +164,6 @@ TEST_F(RpcCallTest, CallbackAndQueueModulesAnswer) {
     while (g_queue->Served() == served || g_queueEx->Served() == servedEx) {
         std::this_thread::yield(); // the module task releases the request after its answer is sent
     }
-}
-
-// An unregistered module is answered at once, a callback of more than 100 ms is logged.
-TEST_F(RpcCallTest, UnregisteredAndSlowModulesAreLogged) {
-    zol::test::ImAgentCapture capture;
-    std::string out = "unset";
-    EXPECT_EQ(Call(0x55, "who", &out), IPC_RPC_ERR_NOT_REG);
-    EXPECT_EQ(out, "");
-    EXPECT_EQ(IPC_RPC_SyncCall(kCaller, kSelf, 0x55, 0, NewMsg("who"), 3, nullptr, nullptr, kWait), IPC_RPC_OK);
-    const auto logs = zol::test::RecordsWithTag(capture.Records(), "RPC_PRM");
-    ASSERT_FALSE(logs.empty());
-    EXPECT_EQ(logs[0].Text(zol::test::kImFirstText + 1), "Mod not register");
-    EXPECT_EQ(logs[0].Formatted(), "dMod(0x55), sMod(0x100)");
-    ASSERT_EQ(Call(kSlow, "zzz", &out), IPC_RPC_OK);
-    const auto slow = capture.WithTag("RPC_DPBC");
-    ASSERT_EQ(slow.size(), 1u);
-    EXPECT_EQ(slow[0].Text(zol::test::kImFirstText + 1), "time too long.");
-    EXPECT_EQ(slow[0].Formatted(), "srcMod:256, dstMod:262");
 }
 
 TEST_F(RpcCallTest, AModuleThatNeverAnswersTimesOutAndItsLateAnswerIsReleased) {
@@ -210,7 +191,7 @@ TEST_F(RpcCallTest, AModuleThatNeverAnswersTimesOutAndItsLateAnswerIsReleased) {
     ASSERT_EQ(held.size(), 1u);
     IPC_RPC_SendAckMsg(NewMsg("too late"), 8, reinterpret_cast<void *>(held[0].ulData), kSelf);
     EXPECT_TRUE(WaitForLiveBlocks(startBlocks_));
-    const auto logs = zol::test::RecordsWithTag(capture.Records(), "RPC_PR");
+    const auto logs = capture.WithTag("RPC_PR");
     ASSERT_FALSE(logs.empty());
     EXPECT_EQ(logs[0].Text(zol::test::kImFirstText + 1), "Can't find message ctx");
 }
@@ -257,16 +238,13 @@ TEST_F(RpcCallTest, CallRefusalsReleaseTheRequest) {
     EXPECT_EQ(IPC_RPC_AllocMsg_X(0, IPC_RPC_MOD_ID, "t", 1), nullptr);
     EXPECT_EQ(IPC_RPC_AllocMsg_X(IPC_RPC_MAX_DATA_LEN + 1, IPC_RPC_MOD_ID, "t", 1), nullptr);
     void *big = IPC_RPC_AllocMsg_X(IPC_RPC_MAX_DATA_LEN, IPC_RPC_MOD_ID, "t", 1);
-    ASSERT_NE(big, nullptr);
-    EXPECT_EQ(HeadOf(big)->ucHeadFlag, 1);
-    EXPECT_EQ(HeadOf(big)->usMsgType, 0);
+    auto *head = const_cast<IPC_RPC_MSG_HEAD_S *>(HeadOf(big));
+    EXPECT_EQ(std::make_tuple(head->ucHeadFlag, head->usMsgType), std::make_tuple(u8{1}, u16{0}));
     // Not an RPC message (type 5): left alone, then released once it reads as one again.
-    reinterpret_cast<IPC_RPC_MSG_HEAD_S *>(static_cast<char *>(big) - IPC_RPC_HEAD_LEN)->usMsgType = htons(5);
+    head->usMsgType = htons(5);
     IPC_RPC_FreeMsg(big);
-    u64 blocks = 0, bytes = 0;
-    PLAT_MemStats(handle_, &blocks, &bytes);
-    EXPECT_EQ(blocks, startBlocks_ + 1);
-    reinterpret_cast<IPC_RPC_MSG_HEAD_S *>(static_cast<char *>(big) - IPC_RPC_HEAD_LEN)->usMsgType = 0;
+    EXPECT_FALSE(WaitForLiveBlocks(startBlocks_, 1));
+    head->usMsgType = 0;
     IPC_RPC_FreeMsg(big);
     IPC_RPC_SendAckMsg(NewMsg("orphan"), 6, nullptr, kSelf); // no request: the answer is only released
 }

@@ -49,8 +49,8 @@ inline u32 EchoCallback(u32, u32, void *req, u32 len, void **rsp, u32 *rspLen) {
 
 // Waits until the library's live blocks are back at a count (the receive task may still hold a late
 // reply for a moment); true when they are.
-inline bool WaitForLiveBlocks(u64 blocks) {
-    for (int i = 0; i < 1000; ++i) {
+inline bool WaitForLiveBlocks(u64 blocks, int tries = 1000) {
+    for (int i = 0; i < tries; ++i) {
         u64 now = 0, bytes = 0;
         PLAT_MemStats(ZOL_GetMemHandle(), &now, &bytes);
         if (now == blocks) {
