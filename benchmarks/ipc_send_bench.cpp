@@ -88,7 +88,8 @@ void IpcConsumerTask(uintptr_t, uintptr_t, uintptr_t, uintptr_t) {
             break;
         }
         IPC_FreeMsg(reinterpret_cast<void *>(static_cast<uintptr_t>(rec[1])));
-        g_consumed.fetch_add(1, std::memory_order_release);
+        // Only this task writes the count: a plain increment, no locked instruction the baselines lack.
+        g_consumed.store(g_consumed.load(std::memory_order_relaxed) + 1, std::memory_order_release);
     }
     g_consumerDone.store(true, std::memory_order_release);
 }
