@@ -74,7 +74,7 @@ u32 Wait(QueueRecord &queue, Sleepers &own, u32 ulMode, u32 ulTimeoutMs, u32 ulN
     if ((ulMode & RUK_NOWAIT) != 0) {
         return ulNotNow;
     }
-    sched_yield(); // as every platform wait does before it blocks
+    YieldBeforeBlocking();
     if (attempt()) {
         return RUK_OK;
     }

@@ -20,15 +20,12 @@ inline bool BadMode(u32 ulMode) {
     return (ulMode & RUK_NOWAIT) != 0 && (ulMode & RUK_WAIT) != 0;
 }
 
-// Before a task blocks it gives the processor up once, lock released. On a busy core the task it waits
-// for is often ready to run and completes the condition in that turn, which saves the sleep, the wake-up
-// and the switch back; a woken reader also finds a batch of records rather than one.
-template <class Ready>
-bool ReadyAfterYield(std::unique_lock<std::mutex> &lock, Ready &ready) {
-    lock.unlock();
+// Before a task blocks it gives the processor up once, holding no lock, and then tries again. On a busy
+// core the task it waits for is often ready to run and completes the condition in that turn, which saves
+// the sleep, the wake-up and the switch back; a woken reader also finds a batch of records rather than
+// one. Every blocking wait of the platform does this.
+inline void YieldBeforeBlocking() {
     sched_yield();
-    lock.lock();
-    return ready();
 }
 
 // Waits under `lock` until `ready()` holds. Returns RUK_OK when it does, ulNotNow when the caller asked
@@ -44,7 +41,10 @@ u32 WaitUntil(std::unique_lock<std::mutex> &lock, std::condition_variable &cond,
     if ((ulMode & RUK_NOWAIT) != 0) {
         return ulNotNow;
     }
-    if (ReadyAfterYield(lock, ready)) {
+    lock.unlock();
+    YieldBeforeBlocking();
+    lock.lock();
+    if (ready()) {
         return RUK_OK;
     }
     bool satisfied = true;
