@@ -18,8 +18,7 @@ u64 AddFromThreads(u32 threads, u32 perThread) {
     for (u32 t = 0; t < threads; ++t) {
         pool.emplace_back([perThread, t] {
             for (u32 i = 0; i < perThread; ++i) {
-                Counters::Add(0, 1);
-                Counters::Add(1, t);
+                Counters::AddPair(0, 1, t);
             }
         });
     }

@@ -17,16 +17,15 @@ template <typename Tag, u32 kCells, u32 kSlabs = 16>
 class TaskCounters {
   public:
     static void Add(u32 cell, u64 value) {
-        Slab *slab = t_slab;
-        if (__builtin_expect(slab == nullptr, 0)) {
-            slab = Claim();
-        }
-        std::atomic<u64> &c = slab->cells[cell];
-        if (__builtin_expect(slab == &shared_, 0)) {
-            c.fetch_add(value, std::memory_order_relaxed);
-        } else {
-            c.store(c.load(std::memory_order_relaxed) + value, std::memory_order_relaxed);
-        }
+        Slab *slab = OwnSlab();
+        Bump(slab, cell, value);
+    }
+
+    // Adds to two neighbouring cells (a count and its bytes, say) with one look-up of the task's slab.
+    static void AddPair(u32 cell, u64 first, u64 second) {
+        Slab *slab = OwnSlab();
+        Bump(slab, cell, first);
+        Bump(slab, cell + 1, second);
     }
 
     static u64 Read(u32 cell) {
@@ -52,6 +51,20 @@ class TaskCounters {
             t_slab = &shared_;
         }
     };
+
+    static Slab *OwnSlab() {
+        Slab *slab = t_slab;
+        return __builtin_expect(slab != nullptr, 1) ? slab : Claim();
+    }
+
+    static void Bump(Slab *slab, u32 cell, u64 value) {
+        std::atomic<u64> &c = slab->cells[cell];
+        if (__builtin_expect(slab == &shared_, 0)) {
+            c.fetch_add(value, std::memory_order_relaxed);
+        } else {
+            c.store(c.load(std::memory_order_relaxed) + value, std::memory_order_relaxed);
+        }
+    }
 
     [[gnu::noinline, gnu::cold]] static Slab *Claim() {
         static thread_local Lease t_lease; // constructed here, so only tasks that count register an exit hook

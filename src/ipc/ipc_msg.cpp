@@ -33,20 +33,6 @@ constexpr u32 kStackSkip = 2;
 constexpr u32 kStackDepth = 31;
 constexpr u32 kStackBufLen = 512;
 
-// Whether the mark of a message block may be read. The partition keeps released blocks mapped and
-// leaves their payload bytes alone, so a released message still carries IPC_MEM_FREED and the mark
-// alone tells a second release, at no cost on the hot path. Under AddressSanitizer a released payload is
-// poisoned: there the partition is asked first whether the block is still live.
-inline bool MarkReadable(const IPC_MSG_HEAD_S *pstHead) {
-#if defined(__SANITIZE_ADDRESS__)
-    u32 ulRefs = 0;
-    return RUK_MemRefGet(const_cast<IPC_MSG_HEAD_S *>(pstHead), &ulRefs) == RUK_OK;
-#else
-    (void)pstHead;
-    return true;
-#endif
-}
-
 // A second release is a fault of the caller: show where it came from, but never act on the block.
 void ReportRepeatedRelease() {
     char acStack[kStackBufLen];
@@ -82,10 +68,6 @@ void *IpcAllocMsg(u32 ulLen, u32 ulModId, const char *pcFuncName, u32 ulLine) {
     pstHead->ucCtxFlag = IPC_CTX_FLAG_NONE;
     pstHead->ucMemFlag = IPC_MEM_USED;
     return MsgPayload(pstHead);
-}
-
-u8 IpcReadMemFlag(const IPC_MSG_HEAD_S *pstHead) {
-    return MarkReadable(pstHead) ? pstHead->ucMemFlag : static_cast<u8>(IPC_MEM_FREED);
 }
 
 void IPC_ReleaseMsgCtx(IPC_MSG_HEAD_S *pstHead) {

@@ -59,8 +59,7 @@ u32 IPC_CheckMsgMemFlag(const IPC_MSG_HEAD_S *pstHead, u32 ulSrcChan, u32 ulDstC
 
 void IPC_CountDelivery(u32 ulChanId, u32 ulNotifyType, u8 ucKind, u32 ulLen) {
     const u32 ulCell = ulChanId * kTrafficCells + (ucKind == 1 ? 0u : 4u) + (ulNotifyType == IPC_NOTIFY_RECV ? 0u : 2u);
-    IpcTraffic::Add(ulCell, 1u);
-    IpcTraffic::Add(ulCell + 1, ulLen);
+    IpcTraffic::AddPair(ulCell, 1u, ulLen); // the count, then its bytes
 }
 
 // Queue mode: the owner's queue gets {kind, message, length, 0}. On failure the message is lost (released).
