@@ -1,5 +1,5 @@
 // The memory service of the stand-in platform: named handles, reference-counted blocks tagged with the
-// caller's position, live counters per handle, and detection of double and foreign frees.
+// caller's position, live blocks counted per handle, and detection of double and foreign frees.
 #include "ruk_mem.h"
 
 #include <cstring>
@@ -35,17 +35,8 @@ BlockHeader *LiveBlock(const void *pBlock) {
     return block;
 }
 
-// The calling thread's counters when it has them, else the shared ones.
-void AccountAny(u32 ulHandle, u64 ullBlocks, u64 ullBytes) {
-    if (OpenThread()) {
-        Account(t_mem.stats, ulHandle, ullBlocks, ullBytes);
-    } else {
-        AccountShared(ulHandle, ullBlocks, ullBytes);
-    }
-}
-
 // A block for ulSize bytes through the slow ways: first use of the thread, an empty cache, a large
-// size, or a thread that has no cache (ending, or without memory for its counters).
+// size, or a thread that has no cache (ending).
 BlockHeader *Take(u32 ulSize) {
     if (ulSize > kMaxClassBytes) {
         return TakeLarge(ulSize);
@@ -72,7 +63,6 @@ void *Allocate(u32 ulHandle, u32 ulSize, const char *pcFile, u32 ulLine) {
     if (block == nullptr) {
         return nullptr;
     }
-    AccountAny(ulHandle, 1, ulSize);
     return CheckOut(block, ulHandle, ulSize, pcFile, ulLine);
 }
 
@@ -86,13 +76,12 @@ __attribute__((noinline)) void *AllocateSlow(u32 ulHandle, u32 ulSize, const cha
 
 // Frees a block whose last reference has just gone (its state is free already).
 void Release(BlockHeader *block) {
-    AccountAny(block->handle, ~u64{0}, u64{0} - block->size);
     if (block->cls == kLargeClass) {
         GiveLarge(block);
         return;
     }
     PLAT_POISON(Payload(block), BlockCapacity(block));
-    if (t_mem.stats != nullptr) { // opened by AccountAny when possible
+    if (OpenThread()) {
         CacheBlock(t_mem, block);
     } else {
         CentralGive(block->cls, block, block);
@@ -128,7 +117,8 @@ __attribute__((noinline)) u32 FreeSlow(void *pBlock) {
 void *Move(BlockHeader *old, u32 ulHandle, u32 ulSize, const char *pcFile, u32 ulLine) {
     void *fresh = Allocate(ulHandle, ulSize, pcFile, ulLine);
     if (fresh != nullptr) {
-        std::memcpy(fresh, Payload(old), old->size < ulSize ? old->size : ulSize);
+        u32 oldSize = old->size.load(std::memory_order_relaxed);
+        std::memcpy(fresh, Payload(old), oldSize < ulSize ? oldSize : ulSize);
         old->state.store(kStateFree, std::memory_order_release);
         Release(old);
     }
@@ -174,10 +164,9 @@ extern "C" void *RUK_MemAlloc_F(u32 ulHandle, u8 ucPtNo, u32 ulSize, const char 
     if (PLAT_LIKELY(!plat::FaultsPending() && ulSize - 1 < plat::kMaxClassBytes && plat::KnownHandle(ulHandle))) {
         u32 cls = plat::ClassOf(ulSize);
         plat::BlockHeader *block = t.heads[cls];
-        if (PLAT_LIKELY(block != nullptr)) { // a cached block means the thread is open: t.stats is set
+        if (PLAT_LIKELY(block != nullptr)) { // a cached block means the thread is open
             t.heads[cls] = block->next;
             ++t.room[cls];
-            plat::Account(t.stats, ulHandle, 1, ulSize);
             return plat::CheckOut(block, ulHandle, ulSize, pcFile, ulLine);
         }
     }
@@ -199,11 +188,10 @@ extern "C" void *RUK_MemReAlloc_F(u32 ulHandle, u8 ucPtNo, void *pBlock, u32 ulS
     }
     // A block stays where it is when the new size falls in its own class (and handle).
     if (block->cls == plat::kLargeClass || ulSize > plat::kMaxClassBytes || plat::ClassOf(ulSize) != block->cls ||
-        block->handle != ulHandle) {
+        block->handle.load(std::memory_order_relaxed) != ulHandle) {
         return plat::Move(block, ulHandle, ulSize, pcFile, ulLine);
     }
-    plat::AccountAny(ulHandle, 0, static_cast<u64>(ulSize) - block->size);
-    block->size = ulSize;
+    block->size.store(ulSize, std::memory_order_relaxed);
     block->file = pcFile;
     block->line = ulLine;
     plat::ExposeOnly(block, ulSize);
@@ -217,14 +205,12 @@ extern "C" u32 RUK_MemFree_F(u32 ulHandle, void *pBlock, const char *pcFile, u32
     (void)pcFile;
     (void)ulLine;
     plat::ThreadMem &t = plat::t_mem;
-    plat::ThreadStats *stats = t.stats;
-    if (PLAT_LIKELY(!plat::FaultsPending() && stats != nullptr)) {
+    if (PLAT_LIKELY(!plat::FaultsPending() && t.open)) {
         plat::BlockHeader *block = plat::g_arena.BlockAt(pBlock);
         u64 state = block != nullptr ? block->state.load(std::memory_order_acquire) : 0;
         if (PLAT_LIKELY(state == plat::kStateSingle)) {
             // The caller holds the only reference, so nobody else may touch the state: no locked update.
             block->state.store(plat::kStateFree, std::memory_order_release);
-            plat::Account(stats, block->handle, ~u64{0}, u64{0} - block->size);
             PLAT_POISON(plat::Payload(block), plat::Capacity(block->cls));
             plat::CacheBlock(t, block);
             return RUK_OK;
@@ -273,7 +259,7 @@ extern "C" u32 RUK_MemRefGet(void *pBlock, u32 *pulCount) {
 extern "C" void PLAT_MemStats(u32 ulHandle, u64 *pullLiveBlocks, u64 *pullLiveBytes) {
     u64 blocks = 0, bytes = 0;
     if (plat::KnownHandle(ulHandle)) {
-        plat::SumStats(ulHandle, &blocks, &bytes);
+        plat::CountLive(ulHandle, &blocks, &bytes);
     }
     if (pullLiveBlocks != nullptr) {
         *pullLiveBlocks = blocks;

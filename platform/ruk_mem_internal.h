@@ -15,8 +15,9 @@
 #define PLAT_POISON(addr, size) ASAN_POISON_MEMORY_REGION((addr), (size))
 #define PLAT_UNPOISON(addr, size) ASAN_UNPOISON_MEMORY_REGION((addr), (size))
 #else
-#define PLAT_POISON(addr, size) ((void)(addr), (void)(size))
-#define PLAT_UNPOISON(addr, size) ((void)(addr), (void)(size))
+// Unevaluated elsewhere, so the size expressions cost no loads on the hot paths.
+#define PLAT_POISON(addr, size) ((void)sizeof(addr), (void)sizeof(size))
+#define PLAT_UNPOISON(addr, size) ((void)sizeof(addr), (void)sizeof(size))
 #endif
 
 #define PLAT_LIKELY(x) __builtin_expect(!!(x), 1)
@@ -31,11 +32,12 @@ namespace plat {
 // `state` holds the magic in its low half (kMagicLive exactly while the block is allocated) and the
 // reference count in its high half (0 once freed), so that the release of a block checked out once is
 // decided by one load and one compare. `handle`, `size`, `file` and `line` describe the current
-// allocation. A free block links to the next free one through `next` instead of `file`.
+// allocation; `handle` and `size` are atomic (relaxed, plain moves) because PLAT_MemStats reads them
+// while other threads allocate. A free block links to the next free one through `next` instead of `file`.
 struct BlockHeader {
     std::atomic<u64> state;
-    u32 handle;
-    u32 size; // bytes requested
+    std::atomic<u32> handle;
+    std::atomic<u32> size; // bytes requested
     u32 line;
     u16 cls; // size class, or kLargeClass for a block straight from malloc
     u16 spare;
@@ -89,7 +91,7 @@ inline void *Payload(BlockHeader *pstBlock) {
     return pstBlock + 1;
 }
 inline u32 BlockCapacity(const BlockHeader *pstBlock) {
-    return pstBlock->cls == kLargeClass ? pstBlock->size : Capacity(pstBlock->cls);
+    return pstBlock->cls == kLargeClass ? pstBlock->size.load(std::memory_order_relaxed) : Capacity(pstBlock->cls);
 }
 
 // ---- Slabs, central free lists and large blocks (ruk_mem_pool.cpp) ----
@@ -157,14 +159,20 @@ class Arena {
         return static_cast<BlockHeader *>(const_cast<void *>(p)) - 1;
     }
 
+    // Records that blocks have been carved from the slab up to `end` (under the class's lock).
+    void NoteCarved(const char *end);
+    // Adds up the live blocks of a handle, and their requested bytes, over the carved part of every slab.
+    void CountLive(u32 ulHandle, u64 *pullBlocks, u64 *pullBytes) const;
+
   private:
     bool Reserve();
 
     std::mutex growLock_;
     std::atomic<uintptr_t> base_{0};
-    size_t slabLimit_ = 0;              // written once under growLock_
-    std::atomic<size_t> slabs_{0};      // committed slabs, from the start of the range
-    SlabInfo slabInfo_[kMaxSlabs] = {}; // an entry is written before slabs_ moves past it
+    size_t slabLimit_ = 0;                    // written once under growLock_
+    std::atomic<size_t> slabs_{0};            // committed slabs, from the start of the range
+    SlabInfo slabInfo_[kMaxSlabs] = {};       // an entry is written before slabs_ moves past it
+    std::atomic<u32> carved_[kMaxSlabs] = {}; // bytes carved from the start of each slab
 };
 extern Arena g_arena;
 
@@ -176,6 +184,17 @@ BlockHeader *TakeLarge(u32 ulSize);
 void GiveLarge(BlockHeader *pstBlock);
 // The header of a live large block whose payload starts at p, or null.
 BlockHeader *FindLarge(const void *p);
+// The live blocks of a handle and their requested bytes, pool and large, as the headers say now. The pool
+// keeps no counters on its hot paths: this walk serves PLAT_MemStats, a test control.
+void CountLive(u32 ulHandle, u64 *pullBlocks, u64 *pullBytes);
+
+inline void CountIfLive(const BlockHeader *pstBlock, u32 ulHandle, u64 *pullBlocks, u64 *pullBytes) {
+    if (MagicOf(pstBlock->state.load(std::memory_order_acquire)) == kMagicLive &&
+        pstBlock->handle.load(std::memory_order_relaxed) == ulHandle) {
+        ++*pullBlocks;
+        *pullBytes += pstBlock->size.load(std::memory_order_relaxed);
+    }
+}
 
 // The header of the block whose payload starts at p, whether live or free, or null when the pointer
 // is not the start of a payload the pool handed out. Reads no memory outside the pool.
@@ -184,47 +203,24 @@ inline BlockHeader *PoolFind(const void *p) {
     return block != nullptr ? block : FindLarge(p);
 }
 
-// ---- Per-thread caches and counters (ruk_mem_thread.cpp) ----
+// ---- Per-thread caches (ruk_mem_thread.cpp) ----
 
-// Live blocks and bytes per handle, kept per thread so that only one thread writes them (no locked
-// instructions; the atomics only let PLAT_MemStats read them). They wrap: a thread that frees what
-// another allocated holds "negative" amounts, and the sum over all threads is exact.
-struct ThreadStats {
-    struct {
-        std::atomic<u64> blocks;
-        std::atomic<u64> bytes;
-    } live[kMaxHandles];
-    ThreadStats *next;
-};
-
-// Trivially constructible and destructible, so it is usable at any time in the thread's life. `stats`
-// is set while the thread uses its cache (opened on first use, with counters registered) and null
-// before, after the thread's end has flushed the cache and retired the counters (`closed`), or when
-// the counters could not be created: then every call takes the shared slow paths.
+// Trivially constructible and destructible, so it is usable at any time in the thread's life. `open` is
+// set while the thread uses its cache (from its first use) and cleared when the thread's end has flushed
+// the cache (`closed`): from then on every call of the thread takes the shared slow paths.
 struct ThreadMem {
-    BlockHeader *heads[kClassCount]; // non-empty only while stats is set
+    BlockHeader *heads[kClassCount]; // non-empty only while open
     u32 room[kClassCount];           // blocks the cache takes before it overflows: kCacheLimit - cached
-    ThreadStats *stats;
+    bool open;
     bool closed;
 };
 inline thread_local ThreadMem t_mem __attribute__((tls_model("initial-exec")));
 
-// Prepares the thread's cache and counters on first use; false once the thread is ending or when its
-// counters cannot be created.
+// Prepares the thread's cache on first use; false once the thread is ending.
 bool OpenThread();
 // A block of the class for an open thread whose cache of it is empty, or null when memory runs out.
 BlockHeader *RefillAndTake(u16 cls);
 void SpillCache(u16 cls, u32 count);
-// Adds (wrapping) deltas to a handle's counters shared by threads that have none of their own.
-void AccountShared(u32 ulHandle, u64 ullBlocks, u64 ullBytes);
-// Sum of a handle's counters over all threads, past and present.
-void SumStats(u32 ulHandle, u64 *pullBlocks, u64 *pullBytes);
-
-inline void Account(ThreadStats *stats, u32 ulHandle, u64 ullBlocks, u64 ullBytes) {
-    auto &live = stats->live[ulHandle - 1];
-    live.blocks.store(live.blocks.load(std::memory_order_relaxed) + ullBlocks, std::memory_order_relaxed);
-    live.bytes.store(live.bytes.load(std::memory_order_relaxed) + ullBytes, std::memory_order_relaxed);
-}
 
 // Under ASan exactly the requested bytes are addressable, so overruns into the rest of the class and
 // uses after free are caught although the pool recycles blocks instead of returning them to malloc.
@@ -235,8 +231,8 @@ inline void ExposeOnly(BlockHeader *pstBlock, u32 ulSize) {
 
 // Marks a block taken from the pool as the caller's, with one reference (the caller counts it).
 inline void *CheckOut(BlockHeader *pstBlock, u32 ulHandle, u32 ulSize, const char *pcFile, u32 ulLine) {
-    pstBlock->handle = ulHandle;
-    pstBlock->size = ulSize;
+    pstBlock->handle.store(ulHandle, std::memory_order_relaxed);
+    pstBlock->size.store(ulSize, std::memory_order_relaxed);
     pstBlock->line = ulLine;
     pstBlock->file = pcFile;
     pstBlock->state.store(kStateSingle, std::memory_order_release);

@@ -1,5 +1,5 @@
 // The pool's shared parts: the reserved range cut into slabs, one central free list per size class,
-// and large blocks straight from malloc with a registry of the live ones.
+// large blocks straight from malloc with a registry of the live ones, and the count of live blocks.
 #include <cstdlib>
 #include <new>
 #include <sys/mman.h>
@@ -69,6 +69,25 @@ char *Arena::NewSlab(u16 cls) {
     return slab;
 }
 
+void Arena::NoteCarved(const char *end) {
+    uintptr_t offset = reinterpret_cast<uintptr_t>(end - 1) - base_.load(std::memory_order_relaxed);
+    u32 bytes = static_cast<u32>((offset & (kSlabBytes - 1)) + 1);
+    carved_[offset >> kSlabShift].store(bytes, std::memory_order_release); // after the carved headers
+}
+
+void Arena::CountLive(u32 ulHandle, u64 *pullBlocks, u64 *pullBytes) const {
+    size_t committed = slabs_.load(std::memory_order_acquire);
+    const char *base = reinterpret_cast<const char *>(base_.load(std::memory_order_relaxed));
+    for (size_t slab = 0; slab < committed; ++slab) {
+        u32 stride = Stride(slabInfo_[slab].cls);
+        u32 carved = carved_[slab].load(std::memory_order_acquire);
+        const char *start = base + (slab << kSlabShift);
+        for (u32 at = 0; at + stride <= carved; at += stride) {
+            CountIfLive(reinterpret_cast<const BlockHeader *>(start + at), ulHandle, pullBlocks, pullBytes);
+        }
+    }
+}
+
 BlockHeader *CentralTake(u16 cls, u32 want, u32 *pulGot) {
     SizeClass &sc = g_classes[cls];
     std::lock_guard<std::mutex> guard(sc.lock);
@@ -94,6 +113,7 @@ BlockHeader *CentralTake(u16 cls, u32 want, u32 *pulGot) {
         block->cls = cls;
         block->next = list;
         list = block;
+        g_arena.NoteCarved(sc.cursor);
     }
     *pulGot = got;
     return list;
@@ -112,8 +132,9 @@ BlockHeader *TakeLarge(u32 ulSize) {
         return nullptr;
     }
     BlockHeader *block = new (raw) BlockHeader;
+    block->state.store(kStateFree, std::memory_order_relaxed); // counted only once checked out
     block->cls = kLargeClass;
-    block->size = ulSize;
+    block->size.store(ulSize, std::memory_order_relaxed);
     LargeBlocks &large = Large();
     std::lock_guard<std::mutex> guard(large.lock);
     try {
@@ -139,6 +160,17 @@ BlockHeader *FindLarge(const void *p) {
     LargeBlocks &large = Large();
     std::lock_guard<std::mutex> guard(large.lock);
     return large.live.count(p) != 0 ? static_cast<BlockHeader *>(const_cast<void *>(p)) - 1 : nullptr;
+}
+
+void CountLive(u32 ulHandle, u64 *pullBlocks, u64 *pullBytes) {
+    *pullBlocks = 0;
+    *pullBytes = 0;
+    g_arena.CountLive(ulHandle, pullBlocks, pullBytes);
+    LargeBlocks &large = Large();
+    std::lock_guard<std::mutex> guard(large.lock); // a registered block stays allocated while it is held
+    for (const void *payload : large.live) {
+        CountIfLive(static_cast<const BlockHeader *>(payload) - 1, ulHandle, pullBlocks, pullBytes);
+    }
 }
 
 } // namespace plat
