@@ -26,6 +26,23 @@ static_assert(offsetof(MBUF, firstDescriptor) == 344);
 using namespace zol::mbuf;
 using zol::log::kMbufErr;
 
+namespace {
+
+// The standalone descriptors of a buffer being destroyed, each after its block. Out of line: most buffers
+// have none, and their destruction then keeps little across its two releases.
+__attribute__((noinline)) void DestroyStandalone(DataBlockDescriptor *d, u32 line) {
+    while (d != nullptr) {
+        DataBlockDescriptor *next = d->next;
+        if (d->dataBlock != nullptr) {
+            (void)zol::ZOL_MemFree(d->dataBlock, kDestroyFileTag, line);
+        }
+        (void)zol::ZOL_MemFree(d, kDestroyFileTag, line);
+        d = next;
+    }
+}
+
+} // namespace
+
 extern "C" {
 
 ZOL_EXPORT MBUF *MBUF_CreateForControlPacket(u32 headSpace, u32 length, u32 type, u32 moduleId) {
@@ -42,23 +59,25 @@ ZOL_EXPORT MBUF *MBUF_CreateForControlPacket(u32 headSpace, u32 length, u32 type
         ZOL_LOG_TAG(kMbufErr, "MBUF_CFCP", "%s", "MBuf is null!");
         return nullptr;
     }
+    // Everything but the block is filled in before the block is allocated, so that little has to be
+    // kept across that call; a failure releases the header whatever it holds.
+    DataBlockDescriptor &first = mbuf->firstDescriptor;
+    first.type = type;
+    first.blockSize = static_cast<u16>(MBUF_BLOCK_SIZE);
+    first.dataLength = static_cast<u16>(length);
+    first.next = nullptr;
+    mbuf->totalDataLength = length;
+    mbuf->dataBlockCount = 1;
+    mbuf->reserved0 = 0;
+    PresetControlInfo(mbuf);
     u8 *block = AllocBlock(MBUF_BLOCK_SIZE, moduleId, __LINE__);
     if (block == nullptr) {
         ZOL_LOG_TAG(kMbufErr, "MBUF_CFCP", "%s", "Data block is null!");
         Release(mbuf, __LINE__);
         return nullptr;
     }
-    DataBlockDescriptor &first = mbuf->firstDescriptor;
-    first.type = type;
-    first.blockSize = static_cast<u16>(MBUF_BLOCK_SIZE);
-    first.dataLength = static_cast<u16>(length);
     first.dataBlock = block;
     first.data = block + headSpace;
-    first.next = nullptr;
-    mbuf->totalDataLength = length;
-    mbuf->dataBlockCount = 1;
-    mbuf->reserved0 = 0;
-    PresetControlInfo(mbuf);
     return mbuf;
 }
 
@@ -68,14 +87,8 @@ ZOL_EXPORT u32 MBUF_Destroy_X(MBUF *mbuf, u32 line) {
         return kFail;
     }
     // Releases here carry the caller's line, so leaks are charged to whoever destroyed too late.
-    DataBlockDescriptor *d = mbuf->firstDescriptor.next;
-    while (d != nullptr) {
-        DataBlockDescriptor *next = d->next;
-        if (d->dataBlock != nullptr) {
-            (void)zol::ZOL_MemFree(d->dataBlock, kDestroyFileTag, line);
-        }
-        (void)zol::ZOL_MemFree(d, kDestroyFileTag, line);
-        d = next;
+    if (mbuf->firstDescriptor.next != nullptr) {
+        DestroyStandalone(mbuf->firstDescriptor.next, line);
     }
     if (mbuf->firstDescriptor.dataBlock != nullptr) {
         (void)zol::ZOL_MemFree(mbuf->firstDescriptor.dataBlock, kDestroyFileTag, line);

@@ -71,6 +71,27 @@ bool ReferenceChain(MBUF *result, DataBlockDescriptor *d, u32 offset, u32 length
     return false;
 }
 
+// The range lies inside one descriptor d (the usual case): one block reference and no chain to build. The
+// reference is taken before the fresh header is written, so the locked update does not wait for those
+// stores; a header that cannot be had gives the reference back.
+MBUF *SingleReferenceCopy(const MBUF *src, const DataBlockDescriptor *d, u32 offset, u32 length, u32 moduleId) {
+    if (RUK_MemRefInc(d->dataBlock) != 0) {
+        return nullptr;
+    }
+    MBUF *result = AllocHeader(moduleId, __LINE__);
+    if (result == nullptr) {
+        Release(d->dataBlock, __LINE__);
+        return nullptr;
+    }
+    result->reserved0 = 0;
+    result->totalDataLength = length;
+    result->dataBlockCount = 1;
+    result->firstDescriptor =
+        DataBlockDescriptor{d->type, d->blockSize, static_cast<u16>(length), d->data + offset, d->dataBlock, nullptr};
+    CopyControlArea(result, src);
+    return result;
+}
+
 MBUF *EmptyReferenceCopy(MBUF *src, u32 moduleId) {
     MBUF *result = MBUF_CreateForControlPacket(0, 0, src->firstDescriptor.type, moduleId);
     if (result != nullptr && CopyControlInfo(result, src) != 0) {
@@ -134,6 +155,13 @@ ZOL_EXPORT MBUF *MBUF_ReferenceCopy(MBUF *src, u32 offset, u32 length, u32 modul
     if (length == 0) {
         return EmptyReferenceCopy(src, moduleId);
     }
+    DataBlockDescriptor *d = &src->firstDescriptor; // where most ranges start, found without a walk
+    if (offset >= d->dataLength && (d = LocateStrict(src, &offset, nullptr)) == nullptr) {
+        return nullptr;
+    }
+    if (length <= static_cast<u32>(d->dataLength - offset)) {
+        return SingleReferenceCopy(src, d, offset, length, moduleId);
+    }
     MBUF *result = AllocHeader(moduleId, __LINE__);
     if (result == nullptr) {
         return nullptr;
@@ -141,8 +169,7 @@ ZOL_EXPORT MBUF *MBUF_ReferenceCopy(MBUF *src, u32 offset, u32 length, u32 modul
     result->reserved0 = 0;
     result->totalDataLength = length;
     CopyControlArea(result, src); // two whole headers: a plain copy cannot fail
-    DataBlockDescriptor *d = LocateStrict(src, &offset, nullptr);
-    if (d == nullptr || !ReferenceChain(result, d, offset, length, moduleId)) {
+    if (!ReferenceChain(result, d, offset, length, moduleId)) {
         Release(result, __LINE__);
         return nullptr;
     }
