@@ -26,23 +26,6 @@ static_assert(offsetof(MBUF, firstDescriptor) == 344);
 using namespace zol::mbuf;
 using zol::log::kMbufErr;
 
-namespace {
-
-// The standalone descriptors of a buffer being destroyed, each after its block. Out of line: most buffers
-// have none, and their destruction then keeps little across its two releases.
-__attribute__((noinline)) void DestroyStandalone(DataBlockDescriptor *d, u32 line) {
-    while (d != nullptr) {
-        DataBlockDescriptor *next = d->next;
-        if (d->dataBlock != nullptr) {
-            (void)zol::ZOL_MemFree(d->dataBlock, kDestroyFileTag, line);
-        }
-        (void)zol::ZOL_MemFree(d, kDestroyFileTag, line);
-        d = next;
-    }
-}
-
-} // namespace
-
 extern "C" {
 
 ZOL_EXPORT MBUF *MBUF_CreateForControlPacket(u32 headSpace, u32 length, u32 type, u32 moduleId) {
@@ -87,8 +70,9 @@ ZOL_EXPORT u32 MBUF_Destroy_X(MBUF *mbuf, u32 line) {
         return kFail;
     }
     // Releases here carry the caller's line, so leaks are charged to whoever destroyed too late.
+    // The chain walk is out of line: most buffers have no standalone descriptors.
     if (mbuf->firstDescriptor.next != nullptr) {
-        DestroyStandalone(mbuf->firstDescriptor.next, line);
+        (void)ReleaseChain(mbuf->firstDescriptor.next, line, kDestroyFileTag);
     }
     if (mbuf->firstDescriptor.dataBlock != nullptr) {
         (void)zol::ZOL_MemFree(mbuf->firstDescriptor.dataBlock, kDestroyFileTag, line);

@@ -26,18 +26,18 @@ DataBlockDescriptor *MBUF_CreateDataBlockDescriptor(u32 blockSize, u32 type, u32
     return d;
 }
 
-void ReleaseDescriptor(DataBlockDescriptor *d, u32 line) {
+void ReleaseDescriptor(DataBlockDescriptor *d, u32 line, const char *tag) {
     if (d->dataBlock != nullptr) {
-        Release(d->dataBlock, line);
+        Release(d->dataBlock, line, tag);
     }
-    Release(d, line);
+    Release(d, line, tag);
 }
 
-u32 ReleaseChain(DataBlockDescriptor *d, u32 line) {
+u32 ReleaseChain(DataBlockDescriptor *d, u32 line, const char *tag) {
     u32 released = 0;
     while (d != nullptr) {
         DataBlockDescriptor *next = d->next;
-        ReleaseDescriptor(d, line);
+        ReleaseDescriptor(d, line, tag);
         ++released;
         d = next;
     }

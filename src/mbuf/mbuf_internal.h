@@ -40,8 +40,8 @@ inline DataBlockDescriptor *AllocDescriptorRecord(u32 moduleId, u32 line) {
 inline u8 *AllocBlock(u32 size, u32 moduleId, u32 line) {
     return static_cast<u8 *>(ZOL_MemAlloc(moduleId | kOwnerBlock, size, kFileTag, line));
 }
-inline void Release(void *p, u32 line) {
-    (void)ZOL_MemFree(p, kFileTag, line);
+inline void Release(void *p, u32 line, const char *tag = kFileTag) {
+    (void)ZOL_MemFree(p, tag, line);
 }
 
 // A standalone descriptor with a fresh block of blockSize bytes; data and dataLength are left to the
@@ -49,9 +49,9 @@ inline void Release(void *p, u32 line) {
 DataBlockDescriptor *MBUF_CreateDataBlockDescriptor(u32 blockSize, u32 type, u32 moduleId);
 
 // Drops the block reference of a standalone descriptor (when it has a block) and frees its record.
-void ReleaseDescriptor(DataBlockDescriptor *d, u32 line);
+void ReleaseDescriptor(DataBlockDescriptor *d, u32 line, const char *tag = kFileTag);
 // ReleaseDescriptor for d and every descriptor after it; returns how many were released.
-u32 ReleaseChain(DataBlockDescriptor *d, u32 line);
+u32 ReleaseChain(DataBlockDescriptor *d, u32 line, const char *tag = kFileTag);
 
 // Clears the control area and sets its two preset words.
 void PresetControlInfo(MBUF *mbuf);
